@@ -1,0 +1,198 @@
+#include "control/request_pairing.h"
+
+#include "log/log.h"
+#include "myrtelhaven_service.h"
+#include "support/framework_guards.h"
+
+namespace {
+
+bool hasNoRequests(WDFQUEUE queue) {
+    return (WdfIoQueueGetState(queue, nullptr, nullptr) & WdfIoQueueNoRequests) != 0;
+}
+
+ULONG controlCodeOf(WDFREQUEST request) {
+    WDF_REQUEST_PARAMETERS parameters;
+    WDF_REQUEST_PARAMETERS_INIT(&parameters);
+    WdfRequestGetParameters(request, &parameters);
+    return parameters.Parameters.DeviceIoControl.IoControlCode;
+}
+
+/// The two requests that a pass holds. Whatever is still held when the pass ends goes back to its queue. A service
+/// request that a further retrieve overwrites in its slot is neither completed nor put back; kept so on purpose.
+struct HeldRequests {
+    WDFREQUEST service = nullptr;
+    WDFREQUEST internal = nullptr;
+};
+
+void complete(WDFREQUEST &request, NTSTATUS status, ULONG_PTR information) {
+    WdfRequestCompleteWithInformation(request, status, information);
+    request = nullptr;
+}
+
+/// The service request's output buffer; on failure completes the request and gives it up.
+template<typename Output>
+NTSTATUS retrieveServiceBuffer(HeldRequests &held, size_t least, Output *&buffer) {
+    void *memory = nullptr;
+    const NTSTATUS status = WdfRequestRetrieveOutputBuffer(held.service, least, &memory, nullptr);
+    if (!NT_SUCCESS(status)) {
+        LOG_ERROR(L"Failed to retrieve the output buffer for I/O requests, status = 0x", hex(status));
+        complete(held.service, status, 0);
+        return status;
+    }
+    buffer = static_cast<Output *>(memory);
+    return STATUS_SUCCESS;
+}
+
+void notifyService(HeldRequests &held, const ServiceMessage &message) {
+    if (message.mode == 0) { // nothing decided, nothing to tell; the service request stays in its slot
+        complete(held.internal, STATUS_SUCCESS, 0);
+        return;
+    }
+    NotificationInfo *info = nullptr;
+    if (!NT_SUCCESS(retrieveServiceBuffer(held, sizeof(NotificationInfo), info))) {
+        return;
+    }
+    info->mode = message.mode;
+    RtlCopyMemory(info->description, message.description, sizeof(info->description));
+    RtlCopyMemory(info->identity, message.identity, sizeof(info->identity));
+    complete(held.internal, STATUS_SUCCESS, 0);
+    complete(held.service, STATUS_SUCCESS, sizeof(NotificationInfo));
+}
+
+void askService(const ControlDevice &control, HeldRequests &held, const ServiceMessage &message) {
+    UCHAR *shown = nullptr;
+    if (!NT_SUCCESS(retrieveServiceBuffer(held, MYRTELHAVEN_CALLBACK_BYTES, shown))) {
+        return;
+    }
+    const auto requestId = reinterpret_cast<ULONG_PTR>(held.internal);
+    RtlCopyMemory(shown, &message, MYRTELHAVEN_CALLBACK_BYTES);
+    RtlCopyMemory(shown, &requestId, sizeof(requestId));
+    if (message.mode != 0) { // decided already: shown, not asked
+        complete(held.internal, STATUS_SUCCESS, 0);
+    } else {
+        const NTSTATUS status = WdfRequestForwardToIoQueue(held.internal, control.m_pendingQueue);
+        if (!NT_SUCCESS(status)) {
+            LOG_ERROR(L"Failed to requeue an I/O request to one of the calling driver's I/O queues m_pendingQueue, "
+                      L"status = 0x",
+                      hex(status));
+            complete(held.internal, status, 0);
+        }
+        held.internal = nullptr; // forwarded: somebody else may complete it any time
+    }
+    complete(held.service, STATUS_SUCCESS, MYRTELHAVEN_CALLBACK_BYTES);
+}
+
+void pairRequests(const ControlDevice &control, HeldRequests &held) {
+    void *memory = nullptr;
+    const NTSTATUS status = WdfRequestRetrieveInputBuffer(held.internal, sizeof(ServiceMessage), &memory, nullptr);
+    if (!NT_SUCCESS(status)) {
+        LOG_ERROR(L"Failed to retrieve the input buffer for I/O requests, status = 0x", hex(status));
+        complete(held.internal, status, 0);
+        return;
+    }
+    const auto &message = *static_cast<const ServiceMessage *>(memory);
+    const ULONG code = controlCodeOf(held.service);
+    LOG_INFO(L"fetchRequestsAndProcess ioctl code = ", decimal(code));
+    switch (code) {
+    case IOCTL_WAIT_NOTIFICATION:
+        notifyService(held, message);
+        break;
+    case IOCTL_WAIT_CALLBACK:
+        askService(control, held, message);
+        break;
+    default:
+        complete(held.service, STATUS_SUCCESS, 0);
+        break;
+    }
+}
+
+/// Takes the next request of both queues. False when one could not be had.
+NTSTATUS retrievePair(const ControlDevice &control, HeldRequests &held) {
+    NTSTATUS status = WdfIoQueueRetrieveNextRequest(control.m_ioctlQueue, &held.service);
+    if (!NT_SUCCESS(status)) {
+        LOG_ERROR(L"Failed to retrieve the next available I/O request for m_ioctlQueue, status = 0x", hex(status));
+        return status;
+    }
+    status = WdfIoQueueRetrieveNextRequest(control.m_internalIoctlQueue, &held.internal);
+    if (!NT_SUCCESS(status)) {
+        LOG_ERROR(L"Failed to retrieve the next available I/O request for m_internalIoctlQueue, status = 0x",
+                  hex(status));
+    }
+    return status;
+}
+
+void runPass(const ControlDevice &control, HeldRequests &held) {
+    WaitLockGuard hold(control.m_lock);
+    while (!hasNoRequests(control.m_ioctlQueue) && !hasNoRequests(control.m_internalIoctlQueue)) {
+        const NTSTATUS status = retrievePair(control, held);
+        if (NT_SUCCESS(status)) {
+            pairRequests(control, held);
+        } else if (status == STATUS_WDF_PAUSED) {
+            break; // power is off and the requests stay; the queue notifies again when it is back
+        }
+    }
+}
+
+} // namespace
+
+VOID fetchRequestsAndProcess(WDFQUEUE, WDFCONTEXT context) {
+    HeldRequests held;
+    runPass(*static_cast<ControlDevice *>(context), held);
+    // Outside the lock: putting a request back may enter this routine again before it returns.
+    if (held.internal != nullptr) {
+        (void)WdfRequestRequeue(held.internal);
+    }
+    if (held.service != nullptr) {
+        (void)WdfRequestRequeue(held.service);
+    }
+}
+
+namespace {
+
+/// The pending request with this id, taken out of its queue.
+NTSTATUS takePendingRequest(WDFQUEUE queue, ULONG64 requestId, WDFREQUEST &taken) {
+    WDFREQUEST previous = nullptr;
+    for (;;) {
+        WDFREQUEST found = nullptr;
+        const NTSTATUS status = WdfIoQueueFindRequest(queue, previous, nullptr, nullptr, &found);
+        if (previous != nullptr) {
+            WdfObjectDereference(previous);
+        }
+        if (!NT_SUCCESS(status)) {
+            return status;
+        }
+        if (reinterpret_cast<ULONG_PTR>(found) == requestId) {
+            const NTSTATUS retrieved = WdfIoQueueRetrieveFoundRequest(queue, found, &taken);
+            WdfObjectDereference(found);
+            return retrieved;
+        }
+        previous = found;
+    }
+}
+
+} // namespace
+
+NTSTATUS replyToCallback(const ControlDevice &control, WDFREQUEST replyRequest) {
+    void *memory = nullptr;
+    NTSTATUS status = WdfRequestRetrieveInputBuffer(replyRequest, sizeof(CallbackReply), &memory, nullptr);
+    if (!NT_SUCCESS(status)) {
+        LOG_ERROR(L"Failed to retrieve input buffer, status = 0x", hex(status));
+        return status;
+    }
+    const auto reply = *static_cast<const CallbackReply *>(memory);
+    WDFREQUEST pending = nullptr;
+    status = takePendingRequest(control.m_pendingQueue, reply.requestId, pending);
+    if (!NT_SUCCESS(status)) {
+        LOG_ERROR(L"Failed to find pending request, status = 0x", hex(status));
+        return status;
+    }
+    status = WdfRequestRetrieveOutputBuffer(pending, sizeof(CallbackReply), &memory, nullptr);
+    if (!NT_SUCCESS(status)) {
+        LOG_ERROR(L"Failed to retrieve output buffer, status = 0x", hex(status));
+        WdfRequestComplete(pending, status); // out of every queue now, so nobody else would
+        return status;
+    }
+    static_cast<CallbackReply *>(memory)->answer = reply.answer;
+    WdfRequestCompleteWithInformation(pending, STATUS_SUCCESS, sizeof(CallbackReply));
+    return STATUS_SUCCESS;
+}

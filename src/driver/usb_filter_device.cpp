@@ -1,0 +1,68 @@
+#include "driver/usb_filter_device.h"
+
+#include "device/identifiers.h"
+#include "driver/driver_context.h"
+#include "driver/hub_ancestry.h"
+#include "driver/rule_processing.h"
+#include "log/log.h"
+#include "support/device_reference.h"
+#include "support/placement_new.h"
+
+namespace {
+
+VOID onFilterCleanup(WDFOBJECT device) {
+    usbFilterDeviceOf(device)->hardwareIds.release();
+}
+
+NTSTATUS attachFilter(PWDFDEVICE_INIT deviceInit, WDFDEVICE &device) {
+    WdfFdoInitSetFilter(deviceInit);
+    WDF_OBJECT_ATTRIBUTES attributes;
+    WDF_OBJECT_ATTRIBUTES_INIT_CONTEXT_TYPE(&attributes, UsbFilterDevice);
+    attributes.EvtCleanupCallback = onFilterCleanup;
+    const NTSTATUS status = WdfDeviceCreate(&deviceInit, &attributes, &device);
+    if (!NT_SUCCESS(status)) {
+        LOG_ERROR(L"Failed to create device, status = 0x", hex(status));
+        return status;
+    }
+    UsbFilterDevice &filter = *usbFilterDeviceOf(device); // zeroed by the framework
+    filter.device = device;
+    new (InPlace{&filter.hardwareIds}) KString;
+    return STATUS_SUCCESS;
+}
+
+/// Root hubs, and devices that failed to enumerate, keep the filter and are not judged.
+bool isLeftAlone(const UNICODE_STRING &hardwareIds) {
+    LONG position = 0;
+    const UNICODE_STRING first = nextMultiSzString(hardwareIds, position);
+    const UNICODE_STRING rest = idWithoutBus(first);
+    const UNICODE_STRING rootHub = literal(L"ROOT_HUB");
+    return RtlPrefixUnicodeString(&rootHub, &rest, FALSE) || equalCaseSensitive(first, literal(L"USB\\RESET_FAILURE"));
+}
+
+} // namespace
+
+NTSTATUS createUsbFilterDevice(PWDFDEVICE_INIT deviceInit, const UNICODE_STRING &hardwareIds) {
+    LOG_INFO(L"UsbFilterDevice create, hardwareIds = ", hardwareIds);
+    WDFDEVICE device = nullptr;
+    NTSTATUS status = attachFilter(deviceInit, device);
+    if (!NT_SUCCESS(status) || isLeftAlone(hardwareIds)) {
+        return status;
+    }
+    UsbFilterDevice &filter = *usbFilterDeviceOf(device);
+    status = filter.hardwareIds.copyFrom(hardwareIds);
+    if (!NT_SUCCESS(status)) {
+        LOG_ERROR(L"Failed to hardware id init, status = 0x", hex(status));
+        return status;
+    }
+    recordUnlessBelowHub(WdfDeviceWdmGetPhysicalDevice(device));
+    return processRules(filter);
+}
+
+UsbFilterDevice *findUsbFilterDevice(PDEVICE_OBJECT device) {
+    PDRIVER_OBJECT driver = WdfDriverWdmGetDriverObject(WdfGetDriver());
+    auto current = DeviceReference::adopt(IoGetAttachedDeviceReference(device));
+    while (current && current.get()->DriverObject != driver) {
+        current = DeviceReference::adopt(IoGetLowerDeviceObject(current.get()));
+    }
+    return current ? usbFilterDeviceOf(WdfWdmDeviceGetWdfDeviceHandle(current.get())) : nullptr;
+}
