@@ -79,9 +79,40 @@ NTSTATUS writeDescriptor(HANDLE device, SECURITY_DESCRIPTOR &absolute) {
     return ZwSetSecurityObject(device, DACL_SECURITY_INFORMATION, descriptor.get());
 }
 
-} // namespace
+/// Whether the first entry of the descriptor's DACL is the one that addDenyEntry puts there.
+bool isWriteDenied(const PoolMemory &descriptor) {
+    BOOLEAN present = FALSE;
+    BOOLEAN defaulted = FALSE;
+    PACL dacl = nullptr;
+    if (!NT_SUCCESS(RtlGetDaclSecurityDescriptor(descriptor.get(), &present, &dacl, &defaulted)) || !present ||
+        dacl == nullptr || dacl->AceCount == 0) {
+        return false;
+    }
+    const auto *ace = reinterpret_cast<const ACCESS_DENIED_ACE *>(dacl + 1);
+    return ace->Header.AceType == ACCESS_DENIED_ACE_TYPE && ace->Header.AceSize == aceSize() &&
+           (ace->Mask & FILE_WRITE_DATA) != 0 &&
+           RtlCompareMemory(&ace->SidStart, SeExports->SeWorldSid, aceSize() - aceHeaderBytes) ==
+               aceSize() - aceHeaderBytes;
+}
 
-NTSTATUS denyWriteToEveryone(PDEVICE_OBJECT device) {
+NTSTATUS addDenyEntryTo(HANDLE device, const PoolMemory &descriptor) {
+    PoolMemory dacl(POOL_FLAG_PAGED, daclBytes);
+    if (!dacl) {
+        return STATUS_INSUFFICIENT_RESOURCES;
+    }
+    SECURITY_DESCRIPTOR absolute{};
+    NTSTATUS status = makeAbsolute(descriptor, absolute, dacl.as<ACL>());
+    if (!NT_SUCCESS(status)) {
+        return status;
+    }
+    status = addDenyEntry(dacl.as<ACL>());
+    if (!NT_SUCCESS(status)) {
+        return status;
+    }
+    return writeDescriptor(device, absolute);
+}
+
+NTSTATUS denyWrite(PDEVICE_OBJECT device, bool onlyIfMissing) {
     KernelHandle handle;
     NTSTATUS status = openDevice(device, handle);
     if (!NT_SUCCESS(status)) {
@@ -89,21 +120,18 @@ NTSTATUS denyWriteToEveryone(PDEVICE_OBJECT device) {
     }
     PoolMemory descriptor;
     status = readDescriptor(handle.get(), descriptor);
-    if (!NT_SUCCESS(status)) {
+    if (!NT_SUCCESS(status) || (onlyIfMissing && isWriteDenied(descriptor))) {
         return status;
     }
-    PoolMemory daclMemory(POOL_FLAG_PAGED, daclBytes);
-    if (!daclMemory) {
-        return STATUS_INSUFFICIENT_RESOURCES;
-    }
-    SECURITY_DESCRIPTOR absolute{};
-    status = makeAbsolute(descriptor, absolute, daclMemory.as<ACL>());
-    if (!NT_SUCCESS(status)) {
-        return status;
-    }
-    status = addDenyEntry(daclMemory.as<ACL>());
-    if (!NT_SUCCESS(status)) {
-        return status;
-    }
-    return writeDescriptor(handle.get(), absolute);
+    return addDenyEntryTo(handle.get(), descriptor);
+}
+
+} // namespace
+
+NTSTATUS denyWriteToEveryone(PDEVICE_OBJECT device) {
+    return denyWrite(device, false);
+}
+
+NTSTATUS ensureWriteDenied(PDEVICE_OBJECT device) {
+    return denyWrite(device, true);
 }

@@ -53,6 +53,7 @@ NTSTATUS enforceReadOnly(UsbFilterDevice &filter, PDEVICE_OBJECT physicalDevice,
             LOG_ERROR(L"Failed to make mtp or ptp read only, status = 0x", hex(status));
             getDriverContext().blockedDevices.remove(filter.hardwareIds);
         }
+        filter.denyWrite = true;
         return status;
     }
     if (!isMassStorageDevice(physicalDevice)) { // mass storage is left to its disk

@@ -1,7 +1,7 @@
 #include "driver/usb_filter_device.h"
 
 #include "device/identifiers.h"
-#include "driver/driver_context.h"
+#include "driver/deny_write_security.h"
 #include "driver/hub_ancestry.h"
 #include "driver/rule_processing.h"
 #include "log/log.h"
@@ -14,8 +14,26 @@ VOID onFilterCleanup(WDFOBJECT device) {
     usbFilterDeviceOf(device)->hardwareIds.release();
 }
 
+/// Once the device add is over, Plug and Play gives every device of the stack the security that its class or its own
+/// key configures, which replaces the access list made during the add. What is made here, after the start of the
+/// devices below and before anybody can open the device, stays.
+NTSTATUS onPrepareHardware(WDFDEVICE device, WDFCMRESLIST, WDFCMRESLIST) {
+    if (!usbFilterDeviceOf(device)->denyWrite) {
+        return STATUS_SUCCESS;
+    }
+    const NTSTATUS status = ensureWriteDenied(WdfDeviceWdmGetPhysicalDevice(device));
+    if (!NT_SUCCESS(status)) {
+        LOG_ERROR(L"Failed to make mtp or ptp read only, status = 0x", hex(status));
+    }
+    return status;
+}
+
 NTSTATUS attachFilter(PWDFDEVICE_INIT deviceInit, WDFDEVICE &device) {
     WdfFdoInitSetFilter(deviceInit);
+    WDF_PNPPOWER_EVENT_CALLBACKS callbacks;
+    WDF_PNPPOWER_EVENT_CALLBACKS_INIT(&callbacks);
+    callbacks.EvtDevicePrepareHardware = onPrepareHardware;
+    WdfDeviceInitSetPnpPowerEventCallbacks(deviceInit, &callbacks);
     WDF_OBJECT_ATTRIBUTES attributes;
     WDF_OBJECT_ATTRIBUTES_INIT_CONTEXT_TYPE(&attributes, UsbFilterDevice);
     attributes.EvtCleanupCallback = onFilterCleanup;

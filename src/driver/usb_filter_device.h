@@ -15,6 +15,7 @@ struct UsbFilterDevice {
     RuleType ruleType; ///< what the service is told beside it
     KString hardwareIds; ///< the whole list
     ServiceMessage message;
+    bool denyWrite; ///< read-only by the device's access list, which has to last
 };
 WDF_DECLARE_CONTEXT_TYPE_WITH_NAME(UsbFilterDevice, usbFilterDeviceOf)
 

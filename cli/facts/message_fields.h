@@ -1,0 +1,28 @@
+#pragma once
+
+#include "fact.h"
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace cli {
+
+/// Size of the record that the driver fills for the service.
+inline constexpr std::size_t serviceMessageSize = 1474;
+
+/// Names and kinds of the fields, in the order of their offsets.
+struct MessageField {
+    enum class Kind { number, flag, text };
+    std::string name;
+    std::size_t offset;
+    std::size_t size;
+    Kind kind;
+};
+const std::vector<MessageField> &messageFields();
+
+/// One field's content; Absent when the message is too short to hold it.
+Fact messageFact(const std::vector<std::uint8_t> &message, const MessageField &field);
+
+} // namespace cli

@@ -1,0 +1,160 @@
+#include "decision_trace.h"
+
+#include "../../simulator/kernel/strings.h"
+#include "../../simulator/machine/machine.h"
+#include "../text/display.h"
+
+#include <algorithm>
+
+namespace cli {
+namespace {
+
+constexpr std::u16string_view filterableList = u"BlockedCompatibleIds";
+constexpr std::u16string_view ruleLists[] = {filterableList, u"AllowedHardwareIds", u"ReadOnlyHardwareIds"};
+
+bool isRuleList(std::u16string_view value) {
+    return std::any_of(std::begin(ruleLists), std::end(ruleLists),
+                       [&](std::u16string_view list) { return sim::equalNoCase(list, value); });
+}
+
+/// A rule table's elements begin with the counted string of the rule.
+std::u16string textOfElement(const void *element) {
+    return std::u16string(sim::view(*static_cast<const UNICODE_STRING *>(element)));
+}
+
+std::string shown(const std::u16string &text) {
+    return visibleText(sim::toUtf8(text));
+}
+
+} // namespace
+
+DecisionTrace::DecisionTrace(sim::Kernel &kernel) : kernel_(kernel) {
+    kernel_.trace.setObserver([this](const sim::TraceEvent &event) { observe(event); });
+}
+
+DecisionTrace::~DecisionTrace() {
+    kernel_.trace.setObserver({});
+}
+
+void DecisionTrace::begin(std::vector<std::u16string> ids) {
+    thread_ = std::this_thread::get_id();
+    ids_ = std::move(ids);
+    tables_.clear();
+    lastValue_.clear();
+    lastTable_ = nullptr;
+    policyWasRead_ = false;
+    rulesWereAsked_ = false;
+    filterableBy_.reset();
+    decidedBy_.reset();
+    watching_ = true;
+}
+
+void DecisionTrace::end() {
+    watching_ = false;
+}
+
+void DecisionTrace::observe(const sim::TraceEvent &event) {
+    // Log workers use tables too (for file names); only the thread that judges the device counts.
+    if (!watching_ || std::this_thread::get_id() != thread_) {
+        return;
+    }
+    switch (event.kind) {
+    case sim::TraceEvent::Kind::registryValueRead:
+        lastValue_ = event.text;
+        policyWasRead_ = policyWasRead_ || isRuleList(event.text);
+        break;
+    case sim::TraceEvent::Kind::tableInsert:
+        inserted(event);
+        break;
+    case sim::TraceEvent::Kind::tableLookup:
+        lookedUp(event);
+        break;
+    case sim::TraceEvent::Kind::tableElement:
+        lastTable_ = event.table;
+        break;
+    case sim::TraceEvent::Kind::nameMatch:
+        matched(event);
+        break;
+    }
+}
+
+DecisionTrace::RuleTable *DecisionTrace::tableAt(const void *table) {
+    for (RuleTable &known : tables_) {
+        if (known.table == table) {
+            return &known;
+        }
+    }
+    return nullptr;
+}
+
+void DecisionTrace::inserted(const sim::TraceEvent &event) {
+    if (event.element == nullptr || !isRuleList(lastValue_)) {
+        return;
+    }
+    RuleTable *table = tableAt(event.table);
+    if (table == nullptr) {
+        table = &tables_.emplace_back(RuleTable{event.table, lastValue_, false, {}});
+    }
+    const auto stored = kernel_.registry.value(sim::Machine::parametersKey(), lastValue_);
+    table->builtInList = stored && stored->data.size() < sizeof(char16_t);
+    table->rules[textOfElement(event.element)] = true;
+}
+
+void DecisionTrace::lookedUp(const sim::TraceEvent &event) {
+    rulesWereAsked_ = true;
+    const RuleTable *table = tableAt(event.table);
+    if (table == nullptr || event.element == nullptr) {
+        return;
+    }
+    const std::u16string rule = textOfElement(event.element);
+    record(*table, rule, idEqualTo(rule));
+}
+
+void DecisionTrace::matched(const sim::TraceEvent &event) {
+    const RuleTable *found = nullptr;
+    for (const RuleTable &table : tables_) {
+        if (!table.rules.contains(event.text)) {
+            continue;
+        }
+        // A rule may stand in several lists: whether a device is subject to filtering is asked before all else, and the
+        // table whose element was fetched last is the one that is walked.
+        const bool asksFilterable = !filterableBy_;
+        if (sim::equalNoCase(table.value, filterableList) != asksFilterable) {
+            continue;
+        }
+        if (found == nullptr || table.table == lastTable_) {
+            found = &table;
+        }
+    }
+    if (found == nullptr) {
+        return;
+    }
+    rulesWereAsked_ = true;
+    if (event.hit) {
+        record(*found, event.text, event.name);
+    }
+}
+
+void DecisionTrace::record(const RuleTable &table, const std::u16string &rule, const std::u16string &id) {
+    RuleHit hit{shown(table.value), table.builtInList, shown(rule), shown(id)};
+    if (sim::equalNoCase(table.value, filterableList)) {
+        filterableBy_ = std::move(hit);
+    } else {
+        decidedBy_ = std::move(hit);
+    }
+}
+
+std::u16string DecisionTrace::idEqualTo(const std::u16string &rule) const {
+    for (const std::u16string &id : ids_) {
+        if (sim::equalNoCase(id, rule)) {
+            return id;
+        }
+        if (id.size() > rule.size() && id[id.size() - rule.size() - 1] == u'\\' &&
+            sim::equalNoCase(std::u16string_view(id).substr(id.size() - rule.size()), rule)) {
+            return id.substr(id.size() - rule.size());
+        }
+    }
+    return rule;
+}
+
+} // namespace cli

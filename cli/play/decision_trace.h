@@ -1,0 +1,62 @@
+#pragma once
+
+#include "../../simulator/kernel/kernel.h"
+#include "../facts/device_outcome.h"
+
+#include <map>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace cli {
+
+/// Watches the questions that the driver asks the kernel while it judges one device: from which registry value each
+/// rule came (the value read last before the rule entered its table), and which rule answered yes to which id.
+class DecisionTrace {
+  public:
+    explicit DecisionTrace(sim::Kernel &kernel);
+    ~DecisionTrace();
+    DecisionTrace(const DecisionTrace &) = delete;
+    DecisionTrace &operator=(const DecisionTrace &) = delete;
+
+    /// Watches the calling thread from now on, for one device; `ids` are the device's own, to show an id as written
+    /// where the kernel only tells the rule that equals it.
+    void begin(std::vector<std::u16string> ids);
+    void end();
+
+    bool policyWasRead() const { return policyWasRead_; }   ///< a rule list was read
+    bool rulesWereAsked() const { return rulesWereAsked_; } ///< a rule was looked up or matched
+    const std::optional<RuleHit> &filterableBy() const { return filterableBy_; }
+    const std::optional<RuleHit> &decidedBy() const { return decidedBy_; }
+
+  private:
+    struct RuleTable {
+        const void *table = nullptr;
+        std::u16string value;
+        bool builtInList = false;
+        std::map<std::u16string, bool> rules;
+    };
+
+    void observe(const sim::TraceEvent &event);
+    void inserted(const sim::TraceEvent &event);
+    void lookedUp(const sim::TraceEvent &event);
+    void matched(const sim::TraceEvent &event);
+    void record(const RuleTable &table, const std::u16string &rule, const std::u16string &id);
+    RuleTable *tableAt(const void *table);
+    std::u16string idEqualTo(const std::u16string &rule) const;
+
+    sim::Kernel &kernel_;
+    std::thread::id thread_;
+    bool watching_ = false;
+    std::vector<std::u16string> ids_;
+    std::vector<RuleTable> tables_; ///< in the order in which they were filled
+    std::u16string lastValue_;
+    const void *lastTable_ = nullptr; ///< whose element was fetched last
+    bool policyWasRead_ = false;
+    bool rulesWereAsked_ = false;
+    std::optional<RuleHit> filterableBy_;
+    std::optional<RuleHit> decidedBy_;
+};
+
+} // namespace cli

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "../facts/device_outcome.h"
+#include "../scenario/problem.h"
+
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace cli {
+
+/// An expectation that was not met, or a step that could not be done.
+struct Failure {
+    Location where;
+    std::string what; ///< e.g. "stick: decision"
+    std::string expected;
+    std::string found;
+};
+
+struct StepResult {
+    int number = 0; ///< 1-based; 0 for the end that every scenario has
+    std::string title;
+    Location where;
+    std::optional<NTSTATUS> status; ///< of a load
+    std::vector<LogLine> log;       ///< all lines that the step wrote
+    std::uint64_t fallibleCalls = 0;
+    std::vector<Failure> failures;
+};
+
+/// Everything that playing one scenario showed.
+struct PlayResult {
+    std::string name;
+    std::string file;
+    std::deque<DeviceOutcome> outcomes;
+    std::vector<StepResult> steps;
+    std::size_t expectations = 0; ///< how many were checked
+
+    bool held() const {
+        for (const StepResult &step : steps) {
+            if (!step.failures.empty()) {
+                return false;
+            }
+        }
+        return true;
+    }
+};
+
+} // namespace cli

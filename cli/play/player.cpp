@@ -1,0 +1,274 @@
+#include "player.h"
+
+#include "../../simulator/kernel/strings.h"
+#include "../../simulator/machine/machine.h"
+#include "expectation_check.h"
+#include "machine_setup.h"
+#include "recorder.h"
+
+#include <fmt/format.h>
+
+#include <set>
+#include <stdexcept>
+
+namespace cli {
+namespace {
+
+/// A step that can't be done as things stand, e.g. a device below one that is not there.
+struct StepFailure : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+class Playback {
+  public:
+    Playback(const Scenario &scenario, const PlayOptions &options)
+        : scenario_(scenario), machine_(machineOptions(scenario, options)) {
+        setUp(machine_, scenario_);
+        collectNames();
+        recorder_.emplace(machine_, [this](const std::string &name) { return names_.contains(name); });
+        recorder_->skipPresentFiles();
+        check_.emplace(machine_, *recorder_);
+        result_.name = scenario.name;
+        result_.file = scenario.file;
+    }
+
+    PlayResult run() {
+        int number = 0;
+        for (const Step &step : scenario_.steps) {
+            perform(step, ++number);
+        }
+        finish();
+        result_.outcomes = recorder_->outcomes();
+        result_.expectations = check_->count();
+        return std::move(result_);
+    }
+
+  private:
+    void collectNames(const sim::DeviceDescription &device) {
+        names_.insert(device.name);
+        for (const sim::DeviceDescription &child : device.children) {
+            collectNames(child);
+        }
+    }
+
+    void collectNames() {
+        for (const ScenarioDevice &device : scenario_.devices) {
+            collectNames(device.description);
+        }
+    }
+
+    void perform(const Step &step, int number) {
+        current_ = {number, step.title, step.where, {}, {}, 0, {}};
+        plugged_.clear();
+        beginFaults(step.faults.empty() ? standingFaults_ : step.faults, !step.faults.empty());
+        try {
+            std::visit(*this, step.action);
+        } catch (const StepFailure &failure) {
+            current_.failures.push_back({step.where, step.title, "to be done", failure.what()});
+        }
+        endFaults(!step.faults.empty());
+        recorder_->endStep();
+        current_.log = recorder_->takeStepLog();
+        for (const ScenarioDevice *device : plugged_) {
+            check_->check(device->description.name, device->expectations, current_);
+        }
+        check_->check(step.expectations, current_);
+        checkLeaks(step);
+        result_.steps.push_back(std::move(current_));
+    }
+
+    /// Faults of a step replace the standing ones while it lasts.
+    void beginFaults(const Faults &faults, bool ofStep) {
+        sim::FaultPlan &plan = machine_.kernel().faults;
+        if (ofStep) {
+            planFaults(plan, faults);
+        }
+        plan.arm(true);
+        callsBefore_ = plan.callsSeen();
+    }
+
+    void endFaults(bool ofStep) {
+        sim::FaultPlan &plan = machine_.kernel().faults;
+        const std::uint64_t calls = plan.callsSeen();
+        current_.fallibleCalls = calls < callsBefore_ ? calls : calls - callsBefore_; // a new plan counts from 0
+        plan.arm(false);
+        if (ofStep) {
+            planFaults(plan, standingFaults_);
+        }
+    }
+
+    /// A driver that left something behind is wrong, whether or not the scenario asks.
+    void checkLeaks(const Step &step) {
+        if (!std::holds_alternative<UnloadDriver>(step.action)) {
+            return;
+        }
+        for (const DeviceExpectation &expectation : step.expectations.general) {
+            if (expectation.key == "leaks") {
+                return;
+            }
+        }
+        addLeaks();
+    }
+
+    void addLeaks() {
+        for (const std::string &leak : machine_.leaks()) {
+            current_.failures.push_back({current_.where, "leaks", "nothing left behind", leak});
+        }
+    }
+
+    void finish() {
+        if (!machine_.driverLoaded()) {
+            return;
+        }
+        current_ = {0, "end", {scenario_.file, 0}, {}, {}, 0, {}};
+        machine_.kernel().files.setMounted(true);
+        machine_.kernel().workers.resume();
+        machine_.unloadDriver();
+        recorder_->endStep();
+        current_.log = recorder_->takeStepLog();
+        addLeaks();
+        result_.steps.push_back(std::move(current_));
+    }
+
+    sim::DeviceNode &present(const std::string &name) {
+        sim::DeviceNode *node = nullptr;
+        if (name != "control-node") {
+            node = machine_.find(name);
+        } else if (controlNode_ != nullptr) {
+            for (sim::DeviceNode *known : machine_.nodes()) {
+                node = known == controlNode_ ? known : node;
+            }
+        }
+        if (node == nullptr) {
+            throw StepFailure(fmt::format("'{}' is not plugged in", name));
+        }
+        return *node;
+    }
+
+    void plug(const ScenarioDevice &device) {
+        if (machine_.find(device.description.name) != nullptr) {
+            throw StepFailure(fmt::format("'{}' is plugged in already", device.description.name));
+        }
+        sim::DeviceNode *parent = nullptr;
+        if (device.parent == "root") {
+            parent = &machine_.rootNode();
+        } else if (!device.parent.empty()) {
+            parent = &present(device.parent);
+        }
+        if (parent != nullptr && parent != &machine_.rootNode() && !parent->started()) {
+            throw StepFailure(fmt::format("its parent '{}' is not started", device.parent));
+        }
+        machine_.plug(device.description, parent);
+        if (checkedOnce_.insert(&device).second) {
+            plugged_.push_back(&device);
+        }
+    }
+
+    const ScenarioDevice &declared(const std::string &name) const {
+        for (const ScenarioDevice &device : scenario_.devices) {
+            if (device.description.name == name) {
+                return device;
+            }
+        }
+        throw StepFailure(fmt::format("'{}' comes with its parent and can't be plugged in by itself", name));
+    }
+
+    const Scenario &scenario_;
+    sim::Machine machine_;
+    std::set<std::string> names_;
+    std::optional<Recorder> recorder_;
+    std::optional<ExpectationCheck> check_;
+    PlayResult result_;
+    StepResult current_;
+    Faults standingFaults_;
+    std::uint64_t callsBefore_ = 0;
+    std::vector<const ScenarioDevice *> plugged_; ///< in this step, for the first time
+    std::set<const ScenarioDevice *> checkedOnce_;
+    const sim::DeviceNode *controlNode_ = nullptr;
+
+  public: // what steps do
+    void operator()(const LoadDriver &) { current_.status = machine_.loadDriver(); }
+
+    void operator()(const UnloadDriver &) {
+        if (!machine_.driverLoaded()) {
+            throw StepFailure("the driver is not loaded");
+        }
+        machine_.unloadDriver();
+    }
+
+    void operator()(const StartControlNode &) {
+        recorder_->controlNodeIsStarting(true);
+        controlNode_ = &machine_.plugControlNode();
+        recorder_->controlNodeIsStarting(false);
+    }
+
+    void operator()(const PlugDevices &action) {
+        for (const std::string &name : action.names) {
+            plug(declared(name));
+        }
+        if (action.names.empty()) {
+            for (const ScenarioDevice &device : scenario_.devices) {
+                if (machine_.find(device.description.name) == nullptr) {
+                    plug(device);
+                }
+            }
+        }
+    }
+
+    void operator()(const UnplugDevices &action) {
+        for (const std::string &name : action.names) {
+            machine_.unplug(present(name));
+        }
+    }
+
+    void operator()(const ReplugDevices &action) {
+        for (const std::string &name : action.names) {
+            sim::DeviceNode &node = present(name);
+            recorder_->forget(node);
+            machine_.replug(node);
+        }
+    }
+
+    void operator()(const ChangeRegistry &action) { applyRegistry(machine_, action.changes); }
+
+    void operator()(const ChangeFiles &action) {
+        applyFiles(machine_, action.files);
+        recorder_->skipPresentFiles();
+    }
+
+    void operator()(const SetClock &action) {
+        sim::Clock &clock = machine_.kernel().clock;
+        clock.set(action.localTime + clock.bias());
+    }
+
+    void operator()(const AdvanceClock &action) { machine_.kernel().clock.advance(action.units); }
+
+    void operator()(const PlanFaults &action) {
+        standingFaults_ = action.faults;
+        planFaults(machine_.kernel().faults, standingFaults_);
+    }
+
+    void operator()(const SetVolume &action) {
+        sim::FileSystem &files = machine_.kernel().files;
+        files.setMounted(action.state != SetVolume::State::unmounted);
+        files.setFull(action.state == SetVolume::State::full);
+    }
+
+    void operator()(const SetLogWorkers &action) {
+        if (action.paused) {
+            machine_.kernel().workers.pause();
+        } else {
+            machine_.kernel().workers.resume();
+        }
+    }
+
+    void operator()(const OnlyExpect &) {}
+};
+
+} // namespace
+
+PlayResult play(const Scenario &scenario, const PlayOptions &options) {
+    return Playback(scenario, options).run();
+}
+
+} // namespace cli

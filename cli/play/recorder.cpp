@@ -1,0 +1,190 @@
+#include "recorder.h"
+
+#include "../../simulator/kernel/strings.h"
+#include "../../simulator/machine/setup_classes.h"
+#include "../reg/key_paths.h"
+#include "../text/display.h"
+
+#include <algorithm>
+
+namespace cli {
+namespace {
+
+std::string shown(std::u16string_view text) {
+    return visibleText(sim::toUtf8(text));
+}
+
+/// Every id of a device, to show one as written where only the rule that equals it is known.
+std::vector<std::u16string> idsOf(const sim::DeviceDescription &device) {
+    std::vector<std::u16string> ids;
+    for (const auto *list : {&device.compatibleIds, &device.hardwareIds}) {
+        if (*list) {
+            ids.insert(ids.end(), (*list)->begin(), (*list)->end());
+        }
+    }
+    return ids;
+}
+
+bool isMassStorage(const sim::DeviceDescription &device) {
+    return device.compatibleIds && std::find(device.compatibleIds->begin(), device.compatibleIds->end(),
+                                             u"USB\\Class_08") != device.compatibleIds->end();
+}
+
+bool isCoveredClass(const sim::DeviceDescription &device) {
+    const auto &lists = sim::machine::driverFilterLists();
+    return device.classGuid && std::any_of(lists.begin(), lists.end(), [&](const sim::machine::FilterList &list) {
+               return sim::equalNoCase(list.setupClass.guid, *device.classGuid);
+           });
+}
+
+} // namespace
+
+Recorder::Recorder(sim::Machine &machine, std::function<bool(const std::string &)> isOfScenario)
+    : machine_(machine), isOfScenario_(std::move(isOfScenario)), trace_(machine.kernel()),
+      log_(machine.kernel().files) {
+    machine_.setObserver(this);
+}
+
+Recorder::~Recorder() {
+    machine_.setObserver(nullptr);
+}
+
+std::string Recorder::pathOf(const sim::DeviceNode &node) const {
+    if (&node == controlNode_) {
+        return "control-node";
+    }
+    const std::string &name = node.description().name;
+    return isOfScenario_(name) ? name : shown(node.description().instanceId);
+}
+
+DeviceOutcome &Recorder::begin(sim::DeviceNode &node) {
+    seen_.insert(&node);
+    for (std::size_t i = 0; i < sources_.size(); ++i) {
+        if (sources_[i].node == &node) { // enumerated again: what was recorded before is history
+            sources_[i].node = nullptr;
+            outcomes_[i].present = false;
+        }
+    }
+    DeviceOutcome &outcome = outcomes_.emplace_back();
+    sources_.emplace_back().node = &node;
+    const sim::DeviceDescription &device = node.description();
+    outcome.device = pathOf(node);
+    outcome.instance = shown(device.instanceId);
+    outcome.setupClass = classDisplayName(device.classGuid);
+    outcome.ofScenario = &node == controlNode_ || isOfScenario_(device.name);
+    for (const sim::DeviceNode *above = node.parent(); above != nullptr; above = above->parent()) {
+        outcome.depth += isOfScenario_(above->description().name) ? 1 : 0;
+    }
+    outcome.massStorage = isMassStorage(device);
+    outcome.coveredClass = isCoveredClass(device);
+    outcome.attached = "not-asked";
+    outcome.securityBefore = node.security();
+    return outcome;
+}
+
+void Recorder::refresh(DeviceOutcome &outcome, const sim::DeviceNode &node) const {
+    outcome.started = node.started();
+    outcome.everStarted = node.everStarted();
+    outcome.hidden = node.hidden();
+    outcome.problem = node.problemCode();
+    outcome.problemStatus = node.problemStatus();
+    outcome.security = node.security();
+    outcome.stack.clear();
+    for (const std::u16string &driver : node.stack()) {
+        outcome.stack.push_back(shown(driver));
+    }
+}
+
+std::vector<LogLine> Recorder::readLog() {
+    machine_.settle();
+    std::vector<LogLine> lines = log_.take();
+    stepLog_.insert(stepLog_.end(), lines.begin(), lines.end());
+    wholeLog_.insert(wholeLog_.end(), lines.begin(), lines.end());
+    return lines;
+}
+
+void Recorder::addStarting(sim::DeviceNode &node) {
+    if (controlNodeIsStarting_) {
+        controlNode_ = &node;
+        controlNodeIsStarting_ = false;
+    }
+    readLog();
+    begin(node).asked = true;
+    trace_.begin(idsOf(node.description()));
+}
+
+void Recorder::addFinished(const sim::AddReport &report) {
+    trace_.end();
+    DeviceOutcome &outcome = outcomes_.back();
+    outcome.returned = report.returned;
+    outcome.callbackStatus = report.callbackStatus;
+    outcome.attached = attachedKind(report.attached);
+    outcome.values = readFilterValues(report.attached);
+    outcome.log = readLog();
+    Observations &seen = sources_.back().seen;
+    seen.policyWasRead = trace_.policyWasRead();
+    seen.rulesWereAsked = trace_.rulesWereAsked();
+    seen.filterableBy = trace_.filterableBy();
+    seen.decidedBy = trace_.decidedBy();
+    seen.driver = readDriverState(machine_.driverObject());
+}
+
+void Recorder::nodeChanged(sim::DeviceNode &node) {
+    const bool leaving = node.everStarted() && !node.started() && node.problemCode() == 0;
+    if (leaving) {
+        return; // what is recorded is how it was while it was there
+    }
+    for (std::size_t i = outcomes_.size(); i > 0; --i) {
+        if (sources_[i - 1].node == &node) {
+            return refresh(outcomes_[i - 1], node);
+        }
+    }
+}
+
+void Recorder::noteUnasked(sim::DeviceNode &node) {
+    const bool ofScenario = isOfScenario_(node.description().name);
+    if (ofScenario && !seen_.contains(&node)) {
+        begin(node);
+    }
+}
+
+void Recorder::endStep() {
+    readLog();
+    const std::vector<sim::DeviceNode *> nodes = machine_.nodes();
+    const std::set<const sim::DeviceNode *> present(nodes.begin(), nodes.end());
+    std::erase_if(seen_, [&](const sim::DeviceNode *node) { return !present.contains(node); });
+    for (sim::DeviceNode *node : nodes) {
+        noteUnasked(*node);
+    }
+    for (std::size_t i = 0; i < outcomes_.size(); ++i) {
+        const sim::DeviceNode *&node = sources_[i].node;
+        if (node == nullptr) {
+            continue;
+        }
+        if (present.contains(node)) {
+            refresh(outcomes_[i], *node);
+        } else {
+            outcomes_[i].present = false;
+            node = nullptr;
+        }
+        explain(outcomes_[i], sources_[i].seen);
+    }
+    if (controlNode_ != nullptr && !present.contains(controlNode_)) {
+        controlNode_ = nullptr;
+    }
+}
+
+const DeviceOutcome *Recorder::latest(std::string_view device) const {
+    for (auto outcome = outcomes_.rbegin(); outcome != outcomes_.rend(); ++outcome) {
+        if (outcome->device == device) {
+            return &*outcome;
+        }
+    }
+    return nullptr;
+}
+
+std::vector<LogLine> Recorder::takeStepLog() {
+    return std::exchange(stepLog_, {});
+}
+
+} // namespace cli

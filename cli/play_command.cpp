@@ -1,0 +1,159 @@
+#include "play_command.h"
+
+#include "../simulator/kernel/violation.h"
+#include "command.h"
+#include "report/json_report.h"
+#include "report/table_report.h"
+#include "scenario/scenario_parser.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <ostream>
+
+namespace cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Says which scenario the driver was in when it broke a rule that stops a machine.
+class ViolationReport {
+  public:
+    ViolationReport() {
+        sim::setBugCheckHandler([this](const sim::Violation &violation) {
+            std::fflush(nullptr);
+            fmt::print(stderr, "{}: the driver broke a rule ({}): {}: {}\n  called from {}\n", playing_, violation.rule,
+                       violation.routine, violation.message, violation.callSite);
+            std::abort();
+        });
+    }
+    ~ViolationReport() { sim::setBugCheckHandler({}); }
+    ViolationReport(const ViolationReport &) = delete;
+    ViolationReport &operator=(const ViolationReport &) = delete;
+
+    void playing(const std::string &file) { playing_ = file; }
+
+  private:
+    std::string playing_;
+};
+
+/// Collects what is to be said about all scenarios.
+class Report {
+  public:
+    Report(const PlayArguments &arguments, bool many, std::ostream &out, std::ostream &err)
+        : arguments_(arguments), many_(many), out_(out), err_(err) {}
+
+    void unusable(const std::string &file, const UnusableFile &problems) {
+        status_ = exitUnusable;
+        ++unusable_;
+        for (const Problem &problem : problems.problems()) {
+            err_ << problem.text() << "\n";
+        }
+        if (arguments_.json) {
+            json_.push_back(jsonOf(file, problems));
+        }
+    }
+
+    void played(const PlayResult &result) {
+        ++played_;
+        const bool held = result.held();
+        if (!held && status_ == exitHeld) {
+            status_ = exitNotMet;
+        }
+        held_ += held ? 1 : 0;
+        if (arguments_.json) {
+            json_.push_back(jsonOf(result));
+            return;
+        }
+        const Style &style = arguments_.style;
+        if (many_ && !arguments_.tables && !arguments_.log) {
+            out_ << summaryLine(result, style) << (held ? std::string() : problemList(result, style));
+        } else {
+            out_ << headline(result, style) << "\n" << deviceTable(result, style, arguments_.all);
+            if (arguments_.log) {
+                out_ << "\n" << logReport(result, style);
+            }
+            out_ << "\n" << problemList(result, style) << "\n";
+        }
+        out_.flush();
+    }
+
+    int finish() {
+        if (arguments_.json) {
+            out_ << json_.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << "\n";
+        } else if (many_) {
+            out_ << fmt::format("{} of {} scenarios held{}\n", held_, played_,
+                                unusable_ > 0 ? fmt::format(", {} could not be used", unusable_) : std::string());
+        }
+        out_.flush();
+        return status_;
+    }
+
+  private:
+    const PlayArguments &arguments_;
+    bool many_;
+    std::ostream &out_;
+    std::ostream &err_;
+    nlohmann::ordered_json json_ = nlohmann::ordered_json::array();
+    int status_ = exitHeld;
+    std::size_t played_ = 0;
+    std::size_t held_ = 0;
+    std::size_t unusable_ = 0;
+};
+
+} // namespace
+
+std::vector<std::string> scenarioFiles(const std::string &path) {
+    std::error_code error;
+    if (!fs::is_directory(path, error)) {
+        if (!fs::exists(path, error)) {
+            throw UnusableFile({path, 0}, "there is no such file or folder");
+        }
+        return {path};
+    }
+    std::vector<std::string> files;
+    for (auto entry = fs::recursive_directory_iterator(path); entry != fs::recursive_directory_iterator(); ++entry) {
+        if (entry->is_directory() && entry->path().filename() == "devices") {
+            entry.disable_recursion_pending();
+        } else if (entry->is_regular_file() && entry->path().extension() == ".yaml") {
+            files.push_back(entry->path().string());
+        }
+    }
+    if (files.empty()) {
+        throw UnusableFile({path, 0}, "the folder holds no scenario (*.yaml)");
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+int playAll(const PlayArguments &arguments, std::ostream &out, std::ostream &err) {
+    std::vector<std::string> files;
+    std::vector<std::pair<std::string, UnusableFile>> missing;
+    for (const std::string &path : arguments.paths) {
+        try {
+            for (std::string &file : scenarioFiles(path)) {
+                files.push_back(std::move(file));
+            }
+        } catch (const UnusableFile &unusable) {
+            missing.emplace_back(path, unusable);
+        }
+    }
+    Report report(arguments, files.size() > 1, out, err);
+    for (const auto &[path, unusable] : missing) {
+        report.unusable(path, unusable);
+    }
+    ViolationReport violations;
+    for (const std::string &file : files) {
+        violations.playing(file);
+        try {
+            report.played(play(readScenario(file), arguments.options));
+        } catch (const UnusableFile &unusable) {
+            report.unusable(file, unusable);
+        }
+    }
+    return report.finish();
+}
+
+} // namespace cli

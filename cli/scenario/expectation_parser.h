@@ -1,0 +1,18 @@
+#pragma once
+
+#include "expectation.h"
+#include "yaml_node.h"
+
+#include <string>
+#include <vector>
+
+namespace cli {
+
+/// Expectations of one device: a map of keys of deviceKeys().
+std::vector<DeviceExpectation> parseDeviceExpectations(const YamlNode &node);
+
+/// Everything under a step's "expect". When the step is about one device, `device` is its path and keys of devices may
+/// stand directly below "expect"; otherwise they stand below "devices: {NAME: …}".
+StepExpectations parseStepExpectations(const YamlNode &node, const std::string &device);
+
+} // namespace cli

@@ -1,0 +1,80 @@
+#include "display.h"
+
+#include <fmt/format.h>
+
+namespace cli {
+namespace {
+
+bool startsCodePoint(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
+}
+
+bool mayBreakAfter(char byte) {
+    return byte == ' ' || byte == '\\' || byte == '&' || byte == ',';
+}
+
+std::string withoutTrailingBlanks(std::string line) {
+    line.erase(line.find_last_not_of(' ') + 1);
+    return line;
+}
+
+} // namespace
+
+std::string visibleText(std::string_view text) {
+    std::string visible;
+    visible.reserve(text.size());
+    for (const char byte : text) {
+        const auto code = static_cast<unsigned char>(byte);
+        if (code < 0x20) { // U+2400 and up are pictures of the control characters
+            visible += "\xE2\x90";
+            visible += static_cast<char>(0x80 + code);
+        } else {
+            visible += byte;
+        }
+    }
+    return visible;
+}
+
+std::string hexText(const std::vector<std::uint8_t> &bytes, std::string_view separator) {
+    std::string text;
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        text += fmt::format("{}{:02x}", i == 0 ? std::string_view() : separator, bytes[i]);
+    }
+    return text;
+}
+
+std::size_t displayWidth(std::string_view text) {
+    std::size_t columns = 0;
+    for (const char byte : text) {
+        columns += startsCodePoint(byte) ? 1 : 0;
+    }
+    return columns;
+}
+
+std::vector<std::string> wrapText(std::string_view text, std::size_t width) {
+    width = width == 0 ? 1 : width;
+    std::vector<std::string> lines;
+    std::string line;
+    std::size_t columns = 0;
+    std::size_t breakAt = 0; ///< bytes of `line` up to the last place where it may be broken
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (startsCodePoint(text[i]) && columns == width) {
+            const std::size_t cut = breakAt > 0 ? breakAt : line.size();
+            lines.push_back(withoutTrailingBlanks(line.substr(0, cut)));
+            line.erase(0, cut);
+            columns = displayWidth(line);
+            breakAt = 0;
+        }
+        columns += startsCodePoint(text[i]) ? 1 : 0;
+        line += text[i];
+        if (mayBreakAfter(text[i])) {
+            breakAt = line.size();
+        }
+    }
+    if (!line.empty() || lines.empty()) {
+        lines.push_back(withoutTrailingBlanks(std::move(line)));
+    }
+    return lines;
+}
+
+} // namespace cli

@@ -1,0 +1,53 @@
+// Framework handles and the types that several object families share.
+#pragma once
+
+#include <wdm.h>
+
+typedef HANDLE WDFOBJECT, *PWDFOBJECT;
+typedef PVOID WDFCONTEXT;
+
+#define PLATFORM_WDF_HANDLE(name) typedef struct name##__ *name
+PLATFORM_WDF_HANDLE(WDFDRIVER);
+PLATFORM_WDF_HANDLE(WDFDEVICE);
+PLATFORM_WDF_HANDLE(WDFQUEUE);
+PLATFORM_WDF_HANDLE(WDFREQUEST);
+PLATFORM_WDF_HANDLE(WDFFILEOBJECT);
+PLATFORM_WDF_HANDLE(WDFIOTARGET);
+PLATFORM_WDF_HANDLE(WDFMEMORY);
+PLATFORM_WDF_HANDLE(WDFCOLLECTION);
+PLATFORM_WDF_HANDLE(WDFSTRING);
+PLATFORM_WDF_HANDLE(WDFKEY);
+PLATFORM_WDF_HANDLE(WDFWAITLOCK);
+PLATFORM_WDF_HANDLE(WDFSPINLOCK);
+PLATFORM_WDF_HANDLE(WDFCMRESLIST);
+#undef PLATFORM_WDF_HANDLE
+
+typedef struct WDFDEVICE_INIT *PWDFDEVICE_INIT;
+
+#define WDF_NO_OBJECT_ATTRIBUTES NULL
+#define WDF_NO_EVENT_CALLBACK NULL
+#define WDF_NO_HANDLE NULL
+#define WDF_NO_CONTEXT NULL
+#define WDF_NO_SEND_OPTIONS NULL
+
+typedef enum _WDF_TRI_STATE { WdfFalse, WdfTrue, WdfUseDefault } WDF_TRI_STATE, *PWDF_TRI_STATE;
+
+// What one driver shares with the framework; filled by binding and by WdfDriverCreate.
+typedef struct _WDF_DRIVER_GLOBALS {
+    WDFDRIVER Driver;
+    ULONG DriverFlags;
+    ULONG DriverTag;
+    CHAR DriverName[32];
+    BOOLEAN DisplaceDriverUnload;
+} WDF_DRIVER_GLOBALS, *PWDF_DRIVER_GLOBALS;
+
+// Relative times for time-outs: negative, in 100 ns units.
+constexpr FORCEINLINE LONGLONG WDF_REL_TIMEOUT_IN_US(ULONGLONG microseconds) {
+    return -(LONGLONG)(microseconds * 10);
+}
+constexpr FORCEINLINE LONGLONG WDF_REL_TIMEOUT_IN_MS(ULONGLONG milliseconds) {
+    return -(LONGLONG)(milliseconds * 10000);
+}
+constexpr FORCEINLINE LONGLONG WDF_REL_TIMEOUT_IN_SEC(ULONGLONG seconds) {
+    return -(LONGLONG)(seconds * 10000000);
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <wdf.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sim::framework {
+
+/// The context of type `typeName` (as declared with the context-type macros) of the framework device behind a device
+/// object that the given driver created; null when there is none. For tests and reports only.
+void *contextOfDevice(PDEVICE_OBJECT device, std::string_view typeName);
+
+/// The context of type `typeName` of the framework driver object of a loaded driver; null when there is none.
+void *contextOfDriver(PDRIVER_OBJECT driver, std::string_view typeName);
+
+/// What EvtDriverDeviceAdd returned in the most recent AddDevice call made in this thread (the framework may hide it
+/// from Plug and Play); nothing when the callback did not run.
+std::optional<NTSTATUS> lastDeviceAddCallbackStatus();
+void clearLastDeviceAddCallbackStatus();
+
+/// Framework objects that are still alive, one line each (type, parent, call site of the creation).
+std::vector<std::string> leaks();
+
+/// Where a symbolic link of a device leads, e.g. "\DosDevices\NAME" (or "\??\NAME") to "\Device\00000042"; nothing when
+/// there is no such link. Names are found without regard to case.
+std::optional<std::u16string> symbolicLinkTarget(std::u16string_view name);
+
+/// The library's own part of driver unload bookkeeping: true while a client is bound.
+bool anyClientBound();
+
+} // namespace sim::framework

@@ -1,0 +1,22 @@
+#include "client.h"
+#include "device.h"
+#include "driver.h"
+#include "framework.h"
+
+namespace sim::framework {
+
+void *contextOfDevice(PDEVICE_OBJECT device, std::string_view typeName) {
+    const Device *found = device ? deviceOf(device) : nullptr;
+    return found ? found->contextNamed(typeName) : nullptr;
+}
+
+void *contextOfDriver(PDRIVER_OBJECT driver, std::string_view typeName) {
+    const Client *client = clientOfDriver(driver);
+    return client && client->driver ? client->driver->contextNamed(typeName) : nullptr;
+}
+
+std::vector<std::string> leaks() {
+    return liveObjects();
+}
+
+} // namespace sim::framework

@@ -1,0 +1,70 @@
+#include "action_queue.h"
+
+namespace sim::machine {
+
+namespace {
+thread_local bool insideAction = false;
+}
+
+ActionQueue::~ActionQueue() {
+    {
+        const std::lock_guard guard(mutex_);
+        ending_ = true;
+        changed_.notify_all();
+    }
+    if (server_.joinable()) {
+        server_.join();
+    }
+}
+
+void ActionQueue::post(std::function<void()> action, bool atOnce) {
+    const std::lock_guard guard(mutex_);
+    waiting_.push_back(std::move(action));
+    if (atOnce && !server_.joinable()) {
+        server_ = std::thread([this] { serve(); });
+    }
+    changed_.notify_all();
+}
+
+void ActionQueue::drain() {
+    if (insideAction) {
+        return;
+    }
+    std::unique_lock lock(mutex_);
+    while (true) {
+        while (runOne(lock)) {
+        }
+        if (running_ == 0) {
+            return;
+        }
+        changed_.wait(lock);
+    }
+}
+
+bool ActionQueue::runOne(std::unique_lock<std::mutex> &lock) {
+    if (waiting_.empty()) {
+        return false;
+    }
+    const std::function<void()> action = std::move(waiting_.front());
+    waiting_.pop_front();
+    ++running_;
+    lock.unlock();
+    insideAction = true;
+    action();
+    insideAction = false;
+    lock.lock();
+    --running_;
+    changed_.notify_all();
+    return true;
+}
+
+void ActionQueue::serve() {
+    std::unique_lock lock(mutex_);
+    while (!ending_) {
+        if (!runOne(lock)) {
+            changed_.wait(lock);
+        }
+    }
+}
+
+} // namespace sim::machine

@@ -1,0 +1,76 @@
+#include "function_device.h"
+
+#include "../kernel/io.h"
+
+namespace sim::machine {
+
+FunctionDevice::FunctionDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice)
+    : AttachedDevice(driver, physicalDevice, FILE_DEVICE_UNKNOWN) {}
+
+NTSTATUS FunctionDevice::handle(PIRP irp, PIO_STACK_LOCATION location) {
+    switch (location->MajorFunction) {
+    case IRP_MJ_PNP:
+        return plugAndPlay(irp, location);
+    case IRP_MJ_POWER:
+    case IRP_MJ_SYSTEM_CONTROL:
+        return passOn(irp);
+    case IRP_MJ_CREATE:
+    case IRP_MJ_CLEANUP:
+    case IRP_MJ_CLOSE:
+        return complete(irp, STATUS_SUCCESS, 0);
+    case IRP_MJ_DEVICE_CONTROL:
+    case IRP_MJ_INTERNAL_DEVICE_CONTROL:
+        return deviceControl(irp, location);
+    default:
+        return complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
+    }
+}
+
+// learn.microsoft.com: "Handling an IRP_MN_START_DEVICE request", "Handling an IRP_MN_SURPRISE_REMOVAL request".
+NTSTATUS FunctionDevice::plugAndPlay(PIRP irp, PIO_STACK_LOCATION location) {
+    switch (location->MinorFunction) {
+    case IRP_MN_START_DEVICE:
+        return complete(irp, passOnAndWait(irp), 0);
+    case IRP_MN_REMOVE_DEVICE:
+        return remove(irp);
+    case IRP_MN_QUERY_REMOVE_DEVICE:
+    case IRP_MN_CANCEL_REMOVE_DEVICE:
+    case IRP_MN_QUERY_STOP_DEVICE:
+    case IRP_MN_CANCEL_STOP_DEVICE:
+    case IRP_MN_STOP_DEVICE:
+    case IRP_MN_SURPRISE_REMOVAL:
+        irp->IoStatus.Status = STATUS_SUCCESS;
+        return passOn(irp);
+    case IRP_MN_QUERY_DEVICE_RELATIONS:
+        if (location->Parameters.QueryDeviceRelations.Type == BusRelations) {
+            children_.report(irp);
+        }
+        return passOn(irp);
+    default:
+        return passOn(irp);
+    }
+}
+
+NTSTATUS FunctionDevice::deviceControl(PIRP irp, PIO_STACK_LOCATION) {
+    return complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
+}
+
+RootDevice::RootDevice(PDRIVER_OBJECT driver) {
+    create(driver, FILE_DEVICE_CONTROLLER, 0, {});
+    object_->Flags |= DO_BUS_ENUMERATED_DEVICE;
+    markInitialized();
+}
+
+NTSTATUS RootDevice::handle(PIRP irp, PIO_STACK_LOCATION location) {
+    if (location->MajorFunction == IRP_MJ_PNP && location->MinorFunction == IRP_MN_QUERY_DEVICE_RELATIONS &&
+        location->Parameters.QueryDeviceRelations.Type == BusRelations) {
+        children_.report(irp);
+        return completeAsIs(irp);
+    }
+    if (location->MajorFunction == IRP_MJ_PNP || location->MajorFunction == IRP_MJ_SYSTEM_CONTROL) {
+        return completeAsIs(irp);
+    }
+    return complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
+}
+
+} // namespace sim::machine

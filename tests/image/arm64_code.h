@@ -1,0 +1,10 @@
+// The few ARM64 instructions that the image tests look for.
+#pragma once
+
+#include "pe_reader.h"
+
+/// Addresses of instructions that call, directly or through a register.
+std::vector<std::uint32_t> callSites(const PeImage &image);
+
+/// Addresses of instructions that load 64 bits from `target`, reached by its page.
+std::vector<std::uint32_t> loadsOf(const PeImage &image, std::uint32_t target);

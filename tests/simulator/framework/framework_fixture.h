@@ -1,0 +1,143 @@
+#pragma once
+
+#include "bus.h"
+#include "simulator/framework/framework.h"
+#include "simulator/kernel/io.h"
+#include "simulator/kernel/kernel.h"
+#include "simulator/kernel/strings.h"
+#include "simulator/kernel/thread.h"
+#include "simulator/kernel/violation.h"
+
+#include <gtest/gtest.h>
+#include <wdf.h>
+#include <wdf/bind.h>
+
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace sim::test {
+
+/// Thrown in place of a bug check, so that a test can look at it and go on.
+struct Stopped {
+    Violation violation;
+};
+
+/// A counted string over its own copy of the text.
+class Text {
+  public:
+    explicit Text(std::u16string_view text) : units_(text) {
+        const auto bytes = static_cast<USHORT>(units_.size() * sizeof(WCHAR));
+        string_ = {bytes, static_cast<USHORT>(bytes + sizeof(WCHAR)), reinterpret_cast<PWCH>(units_.data())};
+    }
+    Text(const Text &) = delete;
+    Text &operator=(const Text &) = delete;
+    PUNICODE_STRING operator&() { return &string_; }
+    UNICODE_STRING &get() { return string_; }
+
+  private:
+    std::u16string units_;
+    UNICODE_STRING string_{};
+};
+
+/// A kernel, a bus and a small framework driver whose callbacks the test sets before it needs them.
+class FrameworkTest : public testing::Test {
+  protected:
+    FrameworkTest();
+    ~FrameworkTest() override;
+
+    /// Binds and creates the driver object. Attributes and configuration may be changed before.
+    NTSTATUS loadDriver();
+    /// What the entry stub's unload routine does: the framework's routine, then unbinding.
+    void unloadDriver();
+    NTSTATUS bind(ULONG functionCount = WDF_FUNCTION_TABLE_NUM_ENTRIES);
+    void unbind();
+
+    /// Calls AddDevice for a new physical device. What it returned; the framework device, if any, is in `device`.
+    NTSTATUS add(PDEVICE_OBJECT physical);
+    /// A new physical device with the framework device on it, started unless told otherwise.
+    void plugAndStart(bool started = true);
+    NTSTATUS pnp(UCHAR minor) { return bus.pnp(physical, minor); }
+    void removeDevice();
+
+    void note(const std::string &event);
+    std::vector<std::string> takeEvents();
+
+    /// The rule that `action` broke, "" when it broke none.
+    template<typename Action> static std::string stoppedBy(Action action) {
+        try {
+            action();
+        } catch (const Stopped &stopped) {
+            return stopped.violation.rule;
+        }
+        return {};
+    }
+    template<typename Action> static std::string stoppedAt(KIRQL irql, Action action) {
+        const KIRQL before = currentThread().irql;
+        currentThread().irql = irql;
+        const std::string rule = stoppedBy(action);
+        currentThread().irql = before;
+        return rule;
+    }
+
+    static FrameworkTest *current;
+
+    Kernel kernel{{}, false};
+    Bus bus{kernel};
+    PDRIVER_OBJECT driverObject = nullptr;
+    Text registryPath{u"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\TestDriver"};
+    WDF_DRIVER_CONFIG driverConfig{};
+    WDF_OBJECT_ATTRIBUTES driverAttributes{};
+    WDFDRIVER driver = nullptr;
+    std::function<void()> onUnload = [] {};
+
+    /// EvtDriverDeviceAdd. The default makes a device, a filter if `makesFilter`, with `deviceAttributes`.
+    std::function<NTSTATUS(PWDFDEVICE_INIT)> onAdd;
+    std::function<NTSTATUS()> afterCreate = [] { return STATUS_SUCCESS; }; ///< in EvtDriverDeviceAdd
+    std::function<void(PWDFDEVICE_INIT)> beforeCreate = [](PWDFDEVICE_INIT) {};
+    bool makesFilter = true;
+    WDF_OBJECT_ATTRIBUTES deviceAttributes{};
+    WDFDEVICE device = nullptr;
+    PDEVICE_OBJECT physical = nullptr;
+
+  private:
+    static NTSTATUS evtAdd(WDFDRIVER, PWDFDEVICE_INIT init);
+    static VOID evtUnload(WDFDRIVER);
+    NTSTATUS createDevice(PWDFDEVICE_INIT init);
+
+    WDF_BIND_INFO bindInfo_{};
+    bool bound_ = false;
+    std::mutex eventsMutex_;
+    std::vector<std::string> events_;
+};
+
+/// An IRP that a test sends by hand and keeps until the end.
+class TestIrp {
+  public:
+    explicit TestIrp(CCHAR stackSize = 8) : irp(allocateIrp(stackSize, nullptr)) {}
+    ~TestIrp() { freeIrp(irp); }
+    TestIrp(const TestIrp &) = delete;
+    TestIrp &operator=(const TestIrp &) = delete;
+
+    /// A buffered device control of a user's process; the system buffer is `buffer`.
+    TestIrp &control(ULONG code, void *buffer, ULONG input, ULONG output, UCHAR major = IRP_MJ_DEVICE_CONTROL);
+    TestIrp &major(UCHAR major, UCHAR minor = 0);
+    TestIrp &file(PFILE_OBJECT file);
+    NTSTATUS send(PDEVICE_OBJECT device); ///< what the dispatch routine returned
+    bool completed() const { return completed_; }
+    void await();
+    NTSTATUS status() const { return irp->IoStatus.Status; }
+    ULONG_PTR information() const { return irp->IoStatus.Information; }
+    bool cancel() { return cancelIrp(irp); }
+
+    const PIRP irp;
+
+  private:
+    static NTSTATUS done(PDEVICE_OBJECT, PIRP, PVOID context);
+    std::atomic<bool> completed_{false};
+};
+
+constexpr ULONG bufferedCode = CTL_CODE(FILE_DEVICE_UNKNOWN, 0x801, METHOD_BUFFERED, FILE_ANY_ACCESS);
+
+} // namespace sim::test
