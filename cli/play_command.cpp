@@ -71,11 +71,12 @@ class Report {
         if (many_ && !arguments_.tables && !arguments_.log) {
             out_ << summaryLine(result, style) << (held ? std::string() : problemList(result, style));
         } else {
-            out_ << headline(result, style) << "\n" << deviceTable(result, style, arguments_.all);
+            const std::string table = deviceTable(result, style, arguments_.all);
+            out_ << headline(result, style) << "\n" << table << (table.empty() ? "" : "\n");
             if (arguments_.log) {
-                out_ << "\n" << logReport(result, style);
+                out_ << logReport(result, style) << "\n";
             }
-            out_ << "\n" << problemList(result, style) << "\n";
+            out_ << problemList(result, style) << "\n";
         }
         out_.flush();
     }
@@ -151,6 +152,8 @@ int playAll(const PlayArguments &arguments, std::ostream &out, std::ostream &err
             report.played(play(readScenario(file), arguments.options));
         } catch (const UnusableFile &unusable) {
             report.unusable(file, unusable);
+        } catch (const std::exception &error) { // the machine refuses what the file describes
+            report.unusable(file, UnusableFile({file, 0}, error.what()));
         }
     }
     return report.finish();

@@ -117,7 +117,7 @@ std::string describe(const DeviceOutcome &outcome, const Explanation &why) {
     case Reason::rule:
         return describeHit(*why.decidedBy) + enforced;
     case Reason::noRule:
-        return "default: no rule of AllowedHardwareIds or ReadOnlyHardwareIds matches" + filterable;
+        return "default: no rule matches" + filterable;
     case Reason::notFilterable:
         return "not filterable: no compatible id in BlockedCompatibleIds";
     case Reason::composite:

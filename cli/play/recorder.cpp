@@ -134,6 +134,7 @@ void Recorder::nodeChanged(sim::DeviceNode &node) {
     if (leaving) {
         return; // what is recorded is how it was while it was there
     }
+    noteUnasked(node);
     for (std::size_t i = outcomes_.size(); i > 0; --i) {
         if (sources_[i - 1].node == &node) {
             return refresh(outcomes_[i - 1], node);

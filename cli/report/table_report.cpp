@@ -19,12 +19,18 @@ constexpr std::size_t whyColumn = 4;
 constexpr std::size_t gap = 2; ///< blanks between columns
 constexpr std::size_t narrowestWhy = 30;
 
+/// The first entry of a descriptor's access list, in SDDL.
+std::string firstEntry(const std::string &security) {
+    const std::size_t begin = security.find('(');
+    return begin == std::string::npos ? std::string() : security.substr(begin, security.find(')') - begin + 1);
+}
+
 std::string enforcedText(const DeviceOutcome &outcome) {
     if (outcome.enforcement == "disabled-and-hidden") {
         return "disabled, hidden";
     }
     if (outcome.enforcement == "deny-write-entry") {
-        return "deny-write entry " + outcome.security;
+        return "deny-write " + firstEntry(outcome.security);
     }
     if (outcome.enforcement == "left-to-disk-filter") {
         return "left to the disk filter";
@@ -161,7 +167,7 @@ std::string deviceTable(const PlayResult &result, const Style &style, bool all) 
     std::string text = style.paint(line(headings, widths, Style(), Colour::plain), Colour::bold);
     Row rule;
     for (std::size_t column = 0; column < columnCount; ++column) {
-        for (std::size_t i = 0; i < std::min(widths[column], std::size_t{60}); ++i) {
+        for (std::size_t i = 0; i < widths[column]; ++i) {
             rule[column] += "─";
         }
     }

@@ -80,17 +80,18 @@ void readDevices(const YamlNode &node, Scenario &scenario) {
         device.where = entry.key.where();
         device.description.name = entry.name;
         MapReader reader(entry.value, "device '" + entry.name + "'");
-        if (const auto parent = reader.take("parent")) {
+        const auto parent = reader.take("parent");
+        if (const auto expect = reader.take("expect")) {
+            device.expectations = parseDeviceExpectations(*expect);
+        }
+        readDevice(reader, device.description, &library);
+        if (parent) {
             device.parent = parent->text("parent").value_or(std::string());
         }
         if (device.parent == "none") {
             device.parent.clear();
             device.description.hasParent = false;
         }
-        if (const auto expect = reader.take("expect")) {
-            device.expectations = parseDeviceExpectations(*expect);
-        }
-        readDevice(reader, device.description, &library);
         reader.finish();
         checkDevice(entry.key, device.description);
         if (entry.name == "control-node" || entry.name.find('/') != std::string::npos) {

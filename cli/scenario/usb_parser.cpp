@@ -29,6 +29,13 @@ std::uint8_t freeIndex(const sim::UsbDescriptors &usb) {
     return index;
 }
 
+void checkLength(const YamlNode &node, const std::u16string &text) {
+    constexpr std::size_t longest = 126; // the length byte of the descriptor counts two bytes per unit and two more
+    if (text.size() > longest) {
+        node.problem("a USB string has at most 126 characters; 'answers' can give any bytes");
+    }
+}
+
 /// A text that the device descriptor points to: null means that the device has none. Without an index given in the file
 /// the text keeps the one that it had, or gets a free one.
 void readNamedString(MapReader &reader, std::string_view key, std::uint8_t &index, sim::UsbDescriptors &usb) {
@@ -47,6 +54,7 @@ void readNamedString(MapReader &reader, std::string_view key, std::uint8_t &inde
         if (index == 0) {
             index = freeIndex(usb);
         }
+        checkLength(*node, *text);
         usb.strings[index] = *text;
     }
 }
@@ -135,6 +143,7 @@ void readUsb(const YamlNode &node, sim::UsbDescriptors &usb) {
         for (const YamlEntry &entry : strings->entries()) {
             if (const auto index = parseIndex(entry)) {
                 usb.strings[*index] = parseUtf16(entry.value, "a string").value_or(u"");
+                checkLength(entry.value, usb.strings[*index]);
             }
         }
     }

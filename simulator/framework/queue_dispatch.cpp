@@ -2,6 +2,7 @@
 
 #include "../kernel/thread.h"
 #include "device.h"
+#include "file_object.h"
 #include "request.h"
 
 namespace sim::framework {
@@ -105,7 +106,12 @@ bool Queue::completeByItself(Request &request, UCHAR major) const {
 }
 
 void Queue::present(Request &request) {
-    if (!completeByItself(request, IoGetCurrentIrpStackLocation(request.irp())->MajorFunction)) {
+    if (request.opening) {
+        CallbackContract contract("EvtDeviceFileCreate");
+        device.settings.fileObject->EvtDeviceFileCreate(device.deviceHandle(),
+                                                        static_cast<WDFREQUEST>(request.handle()),
+                                                        static_cast<WDFFILEOBJECT>(request.opening->handle()));
+    } else if (!completeByItself(request, IoGetCurrentIrpStackLocation(request.irp())->MajorFunction)) {
         callHandler(request);
     }
 }

@@ -141,7 +141,9 @@ NTSTATUS submit(Request &request, Target &target, const SendOptions &options) {
 
 namespace {
 
-/// Only for requests from a queue: the lower driver gets the IRP and this one never sees it again.
+/// Only for requests from a queue: the lower driver gets the IRP and this one never sees it again. The real framework
+/// skips the stack location; here it is copied, because the location was marked pending when the queue took the IRP and
+/// the lower driver is held to a location of its own.
 NTSTATUS sendAndForget(Request &request, const Target &target) {
     if (!request.presentable()) {
         return STATUS_INVALID_DEVICE_STATE;
@@ -154,7 +156,7 @@ NTSTATUS sendAndForget(Request &request, const Target &target) {
         return STATUS_INVALID_DEVICE_STATE;
     }
     const PIRP irp = request.irp();
-    IoSkipCurrentIrpStackLocation(irp);
+    IoCopyCurrentIrpStackLocationToNext(irp);
     IofCallDriver(destination, irp);
     request.letGo();
     return STATUS_SUCCESS;

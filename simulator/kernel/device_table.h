@@ -11,7 +11,8 @@ namespace sim {
 
 /// What the I/O manager keeps for one device object besides the structure itself.
 struct DeviceState {
-    bool deletePending = false;
+    bool deletePending = false;         ///< IoDeleteDevice was called
+    bool deleted = false;               ///< and took effect: off the driver's list, the creator's reference gone
     std::vector<std::uint8_t> security; ///< self-relative; empty: no descriptor
 };
 

@@ -72,6 +72,21 @@ void destroyDevice(PDEVICE_OBJECT device) {
     }
 }
 
+/// IoDeleteDevice acts once nobody has the device open and nothing is attached to it any more: a bus driver deletes its
+/// device while the one above, whose remove request is still under way, has yet to detach.
+void deleteIfUnused(PDEVICE_OBJECT device) {
+    {
+        std::lock_guard lock(deviceTable().mutex);
+        DeviceState &state = deviceTable().devices.at(device);
+        if (!state.deletePending || state.deleted || device->ReferenceCount != 0 || device->AttachedDevice != nullptr) {
+            return;
+        }
+        state.deleted = true;
+        unlinkFromDriver(device);
+    }
+    kernel().objects.dereference(device, nullptr);
+}
+
 /// Zeroed memory of its own, so that the sanitizer sees its ends.
 void *zeroedMemory(std::size_t bytes) {
     void *memory = nullptr;
@@ -149,23 +164,6 @@ PDEVICE_OBJECT attachDevice(PDEVICE_OBJECT source, PDEVICE_OBJECT target) {
     source->SectorSize = top->SectorSize;
     return top;
 }
-
-namespace {
-
-/// IoDeleteDevice acts once nobody has the device open and nothing is attached to it any more: a lower device of a
-/// stack is deleted while the device above, whose remove request is still under way, has yet to detach.
-void deleteIfUnused(PDEVICE_OBJECT device) {
-    {
-        std::lock_guard lock(deviceTable().mutex);
-        if (!isDeletePending(device) || device->ReferenceCount != 0 || device->AttachedDevice != nullptr) {
-            return;
-        }
-        unlinkFromDriver(device);
-    }
-    kernel().objects.dereference(device, nullptr);
-}
-
-} // namespace
 
 void detachDevice(PDEVICE_OBJECT lower) {
     {

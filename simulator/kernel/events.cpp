@@ -133,7 +133,7 @@ extern "C" NTSTATUS KeWaitForSingleObject(PVOID object, KWAIT_REASON, KPROCESSOR
     if (mode != KernelMode && onOwnStack(object)) {
         bugCheck("event", routine, "an event on the stack needs a KernelMode wait", callSite);
     }
-    if (!poll && currentThread().irql == APC_LEVEL) {
+    if (!poll) {
         requireCompletionApcPossible(event, routine, callSite);
     }
     std::optional<std::int64_t> due;

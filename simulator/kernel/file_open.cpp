@@ -37,6 +37,10 @@ bool overwrites(ULONG disposition) {
 NTSTATUS resolve(const OBJECT_ATTRIBUTES &attributes, const char *routine, const void *callSite,
                  std::filesystem::path &host) {
     const std::u16string_view name = view(*attributes.ObjectName);
+    const std::u16string upper = upcase(name.substr(0, 12));
+    if (upper.starts_with(u"\\??\\") || upper.starts_with(u"\\DOSDEVICES\\") || upper.starts_with(u"\\DEVICE\\")) {
+        notSimulated(routine, "opening " + toUtf8(name), callSite);
+    }
     if (name.find_first_of(u":*?\"<>|/") != std::u16string_view::npos ||
         name.find(u"\\\\") != std::u16string_view::npos) {
         return STATUS_OBJECT_NAME_INVALID;
@@ -56,10 +60,6 @@ NTSTATUS resolve(const OBJECT_ATTRIBUTES &attributes, const char *routine, const
     }
     if (!name.starts_with(u'\\')) {
         return STATUS_OBJECT_PATH_SYNTAX_BAD;
-    }
-    const std::u16string upper = upcase(name);
-    if (upper.starts_with(u"\\??\\") || upper.starts_with(u"\\DOSDEVICES\\") || upper.starts_with(u"\\DEVICE\\")) {
-        notSimulated(routine, "opening " + toUtf8(name), callSite);
     }
     const auto path = files.mounted() ? files.hostPath(name) : std::nullopt;
     if (!path) {

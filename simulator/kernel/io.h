@@ -20,8 +20,9 @@ PDEVICE_OBJECT createDevice(PDRIVER_OBJECT driver, ULONG extensionSize, ULONG de
 /// IoAttachDeviceToDeviceStack: returns the device that was the top, null when the target is going away.
 PDEVICE_OBJECT attachDevice(PDEVICE_OBJECT source, PDEVICE_OBJECT target);
 void detachDevice(PDEVICE_OBJECT lower); ///< IoDetachDevice
-/// IoDeleteDevice: drops shutdown registration and name and leaves the driver's list, at once or, while the device is
-/// open (DEVICE_OBJECT::ReferenceCount), with its last close; memory goes with the last reference.
+/// IoDeleteDevice: drops shutdown registration and name at once, and leaves the driver's list as soon as the device is
+/// not open any more (DEVICE_OBJECT::ReferenceCount) and nothing is attached to it; memory goes with the last
+/// reference. The device must have been detached from the one below.
 void deleteDevice(PDEVICE_OBJECT device);
 bool isDeletePending(PDEVICE_OBJECT device);
 /// Counts a file object that was opened on the device or has been closed. False when the device is being deleted.

@@ -186,6 +186,9 @@ std::vector<std::string> leakedIrps() {
 }
 
 void requireCompletionApcPossible(PKEVENT event, const char *routine, const void *callSite) {
+    if (currentThread().irql < APC_LEVEL) {
+        return;
+    }
     bool own = false;
     {
         std::lock_guard lock(irpTable().mutex);

@@ -54,6 +54,7 @@ struct UsbDescriptors {
     /// so does a language that is not listed.
     std::map<std::uint8_t, std::u16string> strings;
 
+    bool answersLater = false; ///< the hub pends requests for this device and completes them in another thread
     HubAnswer connectionInformation;
     HubAnswer configurationDescriptor;
     HubAnswer languageList;

@@ -1,6 +1,7 @@
 #include "function_device.h"
 
 #include "../kernel/io.h"
+#include "storage_requests.h"
 
 namespace sim::machine {
 
@@ -51,7 +52,8 @@ NTSTATUS FunctionDevice::plugAndPlay(PIRP irp, PIO_STACK_LOCATION location) {
     }
 }
 
-NTSTATUS FunctionDevice::deviceControl(PIRP irp, PIO_STACK_LOCATION) {
+NTSTATUS FunctionDevice::deviceControl(PIRP irp, PIO_STACK_LOCATION location) {
+    refuseToGuessStorageRequest(location->Parameters.DeviceIoControl.IoControlCode);
     return complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
 }
 

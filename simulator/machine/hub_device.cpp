@@ -61,6 +61,32 @@ HubDevice::HubDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice, std::
     : FunctionDevice(driver, physicalDevice), ports_(ports), statuses_(statuses), cyclePort_(std::move(cyclePort)) {}
 
 NTSTATUS HubDevice::deviceControl(PIRP irp, PIO_STACK_LOCATION location) {
+    if (!answersLater(irp, location)) {
+        return answer(irp, location);
+    }
+    IoMarkIrpPending(irp);
+    removeLock_.enter(); // until the answer, as the call itself is inside
+    wire_.post(
+        [this, irp, location] {
+            answer(irp, location);
+            removeLock_.leave();
+        },
+        true);
+    return STATUS_PENDING;
+}
+
+/// Every request begins with the port number.
+bool HubDevice::answersLater(PIRP irp, PIO_STACK_LOCATION location) const {
+    ULONG port = 0;
+    if (location->Parameters.DeviceIoControl.InputBufferLength < sizeof(port)) {
+        return false;
+    }
+    std::memcpy(&port, irp->AssociatedIrp.SystemBuffer, sizeof(port));
+    const PhysicalDevice *device = children_.at(port);
+    return device != nullptr && device->hardware().description.usb && device->hardware().description.usb->answersLater;
+}
+
+NTSTATUS HubDevice::answer(PIRP irp, PIO_STACK_LOCATION location) {
     switch (location->Parameters.DeviceIoControl.IoControlCode) {
     case IOCTL_USB_GET_NODE_CONNECTION_INFORMATION:
         return connectionInformation(irp, location);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "action_queue.h"
 #include "function_device.h"
 #include "machine.h"
 
@@ -19,6 +20,8 @@ class HubDevice final : public FunctionDevice {
 
   private:
     NTSTATUS deviceControl(PIRP irp, PIO_STACK_LOCATION location) override;
+    NTSTATUS answer(PIRP irp, PIO_STACK_LOCATION location);
+    bool answersLater(PIRP irp, PIO_STACK_LOCATION location) const;
     NTSTATUS connectionInformation(PIRP irp, PIO_STACK_LOCATION location);
     NTSTATUS descriptorFromConnection(PIRP irp, PIO_STACK_LOCATION location);
     NTSTATUS cyclePort(PIRP irp, PIO_STACK_LOCATION location);
@@ -26,6 +29,7 @@ class HubDevice final : public FunctionDevice {
     const std::uint32_t ports_;
     const HubStatuses statuses_;
     const CyclePort cyclePort_;
+    ActionQueue wire_; ///< completes what the device answers later
 };
 
 } // namespace sim::machine

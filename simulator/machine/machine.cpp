@@ -59,8 +59,8 @@ struct Machine::Implementation {
         plugAndPlay.observer = nullptr;
         if (PDRIVER_OBJECT object = driver.object()) {
             plugAndPlay.removeDevicesOf(object);
-            plugAndPlay.runPending();
         }
+        plugAndPlay.runPending();
         driver.switchOff();
         kernel.deviceProperties = nullptr;
     }
@@ -200,7 +200,7 @@ DeviceNode &Machine::rootNode() {
 DeviceNode &Machine::hostController() {
     const std::lock_guard guard(implementation_->standardDevices);
     Node &controller = implementation_->hostController();
-    if (!implementation_->options.hubDrivers.empty()) {
+    if (controller.started() && !implementation_->options.hubDrivers.empty()) {
         implementation_->rootHub();
     }
     return controller;
@@ -234,8 +234,13 @@ std::vector<DeviceNode *> Machine::nodes() {
 }
 
 void Machine::settle() {
+    WorkQueue &workers = implementation_->kernel.workers;
     implementation_->plugAndPlay.runPending();
-    implementation_->kernel.workers.settle();
+    if (workers.mode() == WorkQueue::Mode::free) {
+        workers.drain();
+    } else {
+        workers.settle();
+    }
     implementation_->driver.unmapUnused();
 }
 

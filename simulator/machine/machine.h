@@ -123,6 +123,7 @@ class Machine {
 
     /// Does what was put off (port cycles, device state questions) and waits for queued log records. Every plug, unplug
     /// and replug from outside does the first at its end, every add the second.
+    /// Records that the work queue holds back stay there while it is in order; a free one must not be paused.
     void settle();
     /// What the driver left behind; empty after a clean unload.
     std::vector<std::string> leaks();

@@ -2,21 +2,10 @@
 
 #include "../kernel/io.h"
 #include "../kernel/kernel.h"
-#include "../kernel/violation.h"
 #include "child_list.h"
+#include "storage_requests.h"
 
 namespace sim::machine {
-
-namespace {
-
-bool isStorageRequest(ULONG code) {
-    constexpr ULONG volumeDevice = 0x56;
-    const ULONG type = DEVICE_TYPE_FROM_CTL_CODE(code);
-    return type == FILE_DEVICE_MASS_STORAGE || type == FILE_DEVICE_DISK || type == FILE_DEVICE_CONTROLLER ||
-           type == volumeDevice;
-}
-
-} // namespace
 
 PhysicalDevice::PhysicalDevice(PDRIVER_OBJECT driver, std::shared_ptr<Hardware> hardware, std::u16string_view name)
     : hardware_(std::move(hardware)) {
@@ -41,14 +30,9 @@ NTSTATUS PhysicalDevice::handle(PIRP irp, PIO_STACK_LOCATION location) {
     case IRP_MJ_CLOSE:
         return complete(irp, STATUS_SUCCESS, 0);
     case IRP_MJ_DEVICE_CONTROL:
-    case IRP_MJ_INTERNAL_DEVICE_CONTROL: {
-        const ULONG code = location->Parameters.DeviceIoControl.IoControlCode;
-        if (isStorageRequest(code)) {
-            notSimulated("IRP_MJ_DEVICE_CONTROL", "storage control code " + hex(code) + " on a physical device object",
-                         nullptr);
-        }
+    case IRP_MJ_INTERNAL_DEVICE_CONTROL:
+        refuseToGuessStorageRequest(location->Parameters.DeviceIoControl.IoControlCode);
         return complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
-    }
     default:
         return complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
     }

@@ -82,6 +82,7 @@ class PlugAndPlay {
     void finishRemoval(Node &node);
     void finishPostponedRemovals();
     void leavePlugAndPlay(Node &node);
+    bool inUse(Node &node);
     bool postponeRemoval(Node &node);
     void forgetHardware(Node &node, Node &parent);
 
@@ -93,11 +94,11 @@ class PlugAndPlay {
     Services &services_;
     const HubStatuses hubStatuses_;
     DeviceTree tree_;
-    ActionQueue actions_;
     std::atomic<unsigned> autoNames_ = 0x40;
     std::atomic<unsigned> usbNames_ = 0;
     std::map<std::u16string, unsigned> driverKeys_; ///< last number by upcased class; guarded by the tree's mutex
     std::vector<Node *> postponed_;                 ///< guarded by the tree's mutex
+    ActionQueue actions_;                           ///< last: its thread ends before anything else goes
 };
 
 /// Sends a PnP IRP to the top of a node's stack and checks that every driver came back as it was called.

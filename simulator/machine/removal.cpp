@@ -58,7 +58,9 @@ void PlugAndPlay::takeAway(Node &node, Manner manner, bool unplugged) {
     takeChildrenAway(node, manner);
     Node &parent = static_cast<Node &>(*node.parent());
     const bool running = node.started();
-    if (manner == Manner::orderly && running) {
+    if (manner == Manner::orderly && running && inUse(node)) {
+        manner = Manner::surprise; // the I/O manager refuses to remove a device with open handles orderly
+    } else if (manner == Manner::orderly && running) {
         const PnpResult answer =
             sendToStack(node.physicalDevice(), IRP_MN_QUERY_REMOVE_DEVICE, "IRP_MN_QUERY_REMOVE_DEVICE");
         if (!NT_SUCCESS(answer.status)) {
@@ -127,6 +129,11 @@ bool PlugAndPlay::removeStack(Node &node, StackRemoval how) {
     }
     finishRemoval(node);
     return true;
+}
+
+bool PlugAndPlay::inUse(Node &node) {
+    const std::lock_guard guard(tree_.mutex);
+    return hasOpenHandles(node.state.stack);
 }
 
 // learn.microsoft.com: IRP_MN_SURPRISE_REMOVAL: the removal waits for the last handle.

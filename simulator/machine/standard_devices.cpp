@@ -23,8 +23,8 @@ DeviceDescription fixedDevice(std::string name, std::u16string instanceId, std::
 } // namespace
 
 std::vector<DeviceDescription> hostControllerPath() {
-    DeviceDescription hal = fixedDevice("acpi-hal", u"ROOT\\ACPI_HAL\\0000", {u"acpiapic"}, setup::computer,
-                                        u"ACPI_HAL", u"ACPI x64-based PC");
+    DeviceDescription hal =
+        fixedDevice("acpi-hal", u"ROOT\\ACPI_HAL\\0000", {u"acpiapic"}, setup::computer, u"ACPI_HAL", u"ACPI-based PC");
     DeviceDescription acpi = fixedDevice("acpi", u"ACPI_HAL\\PNP0C08\\0", {u"ACPI_HAL\\PNP0C08", u"*PNP0C08"},
                                          setup::system, u"ACPI", u"Microsoft ACPI-Compliant System");
     DeviceDescription pci =

@@ -106,7 +106,9 @@ NTSTATUS Bus::dispatch(PDEVICE_OBJECT device, PIRP irp) {
 
 NTSTATUS Bus::serve(PDEVICE_OBJECT device, PIRP irp) {
     const IO_STACK_LOCATION &location = *IoGetCurrentIrpStackLocation(irp);
-    seen.push_back(describe(location));
+    if (recording) {
+        seen.push_back(describe(location));
+    }
     if (const auto status = answer(irp)) {
         if (*status == STATUS_PENDING) {
             IoMarkIrpPending(irp);
@@ -115,8 +117,8 @@ NTSTATUS Bus::serve(PDEVICE_OBJECT device, PIRP irp) {
         irp->IoStatus.Status = *status;
     } else if (location.MajorFunction == IRP_MJ_PNP && location.MinorFunction == IRP_MN_QUERY_DEVICE_RELATIONS &&
                location.Parameters.QueryDeviceRelations.Type == TargetDeviceRelation) {
-        auto *relations = static_cast<PDEVICE_RELATIONS>(
-            ExAllocatePool2(POOL_FLAG_PAGED, sizeof(DEVICE_RELATIONS), 0x206e7050));
+        auto *relations =
+            static_cast<PDEVICE_RELATIONS>(ExAllocatePool2(POOL_FLAG_PAGED, sizeof(DEVICE_RELATIONS), 0x206e7050));
         relations->Count = 1;
         relations->Objects[0] = device;
         kernel_.objects.reference(device, nullptr);

@@ -29,6 +29,7 @@ class Bus : public DevicePropertyProvider {
     std::function<std::optional<NTSTATUS>(PIRP)> answer = [](PIRP) { return std::nullopt; };
     /// "create", "control 220404", "pnp 0" … in the order of arrival.
     std::vector<std::string> seen;
+    bool recording = true; ///< off for tests with many threads
     std::map<DEVICE_REGISTRY_PROPERTY, std::vector<std::uint8_t>> properties;
     PDRIVER_OBJECT driver() const { return driver_; }
 

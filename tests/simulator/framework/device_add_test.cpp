@@ -22,11 +22,11 @@ class DeviceAddTest : public FrameworkTest {
     static VOID deviceCleaned(WDFOBJECT object) {
         const auto handle = static_cast<WDFDEVICE>(object);
         const bool attached = WdfDeviceWdmGetAttachedDevice(handle)->AttachedDevice != nullptr;
-        static_cast<DeviceAddTest *>(current)->note(attached ? "device cleanup, attached" : "device cleanup, detached");
+        noteEvent(attached ? "device cleanup, attached" : "device cleanup, detached");
     }
-    static VOID deviceDestroyed(WDFOBJECT) { static_cast<DeviceAddTest *>(current)->note("device destroy"); }
-    static VOID childCleaned(WDFOBJECT) { static_cast<DeviceAddTest *>(current)->note("child cleanup"); }
-    static VOID childDestroyed(WDFOBJECT) { static_cast<DeviceAddTest *>(current)->note("child destroy"); }
+    static VOID deviceDestroyed(WDFOBJECT) { noteEvent("device destroy"); }
+    static VOID childCleaned(WDFOBJECT) { noteEvent("child cleanup"); }
+    static VOID childDestroyed(WDFOBJECT) { noteEvent("child destroy"); }
 
     void addChild() {
         WDF_OBJECT_ATTRIBUTES attributes;
@@ -117,7 +117,8 @@ TEST_F(DeviceAddTest, AFunctionDriverHasItsOwnFlagsAndAPreprocessCallbackOneMore
     };
     ASSERT_EQ(add(plugOne()), STATUS_SUCCESS);
     const PDEVICE_OBJECT made = WdfDeviceWdmGetDeviceObject(device);
-    EXPECT_EQ(made->Flags & (DO_DIRECT_IO | DO_BUFFERED_IO | DO_POWER_PAGABLE), ULONG(DO_BUFFERED_IO | DO_POWER_PAGABLE));
+    EXPECT_EQ(made->Flags & (DO_DIRECT_IO | DO_BUFFERED_IO | DO_POWER_PAGABLE),
+              ULONG(DO_BUFFERED_IO | DO_POWER_PAGABLE));
     EXPECT_EQ(made->DeviceType, ULONG(FILE_DEVICE_UNKNOWN));
     EXPECT_EQ(made->StackSize, extra->StackSize + 2);
 }
@@ -158,7 +159,8 @@ TEST_F(DeviceAddTest, PropertiesAreThoseOfThePhysicalDevice) {
     bus.properties[DevicePropertyFriendlyName] = {};
     onAdd = [](PWDFDEVICE_INIT init) {
         ULONG length = 0;
-        EXPECT_EQ(WdfFdoInitQueryProperty(init, DevicePropertyHardwareID, 0, nullptr, &length), STATUS_BUFFER_TOO_SMALL);
+        EXPECT_EQ(WdfFdoInitQueryProperty(init, DevicePropertyHardwareID, 0, nullptr, &length),
+                  STATUS_BUFFER_TOO_SMALL);
         EXPECT_EQ(length, 26u);
         std::vector<WCHAR> text(13);
         EXPECT_EQ(WdfFdoInitQueryProperty(init, DevicePropertyHardwareID, 26, text.data(), &length), STATUS_SUCCESS);

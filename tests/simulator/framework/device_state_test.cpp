@@ -133,7 +133,7 @@ class PreprocessTest : public FrameworkTest {
         };
     }
     static NTSTATUS skipping(WDFDEVICE handle, PIRP irp) {
-        static_cast<PreprocessTest *>(current)->note("preprocess");
+        noteEvent("preprocess");
         IoSkipCurrentIrpStackLocation(irp);
         return WdfDeviceWdmDispatchPreprocessedIrp(handle, irp);
     }
@@ -167,8 +167,7 @@ TEST_F(PreprocessTest, NeitherSkipNorCopyIsAViolation) {
     assign(careless, IRP_MJ_WRITE);
     plugAndStart();
     auto irp = std::make_unique<TestIrp>(1);
-    EXPECT_EQ(stoppedBy([&] { irp->major(IRP_MJ_WRITE).send(WdfDeviceWdmGetDeviceObject(device)); }),
-              "stack location");
+    EXPECT_EQ(stoppedBy([&] { irp->major(IRP_MJ_WRITE).send(WdfDeviceWdmGetDeviceObject(device)); }), "stack location");
     IoSkipCurrentIrpStackLocation(irp->irp); // back with its creator
 }
 

@@ -17,8 +17,14 @@ using Events = std::vector<std::string>;
 
 class DriverTest : public FrameworkTest {
   protected:
-    template<int id> static VOID cleaned(WDFOBJECT) { static_cast<DriverTest *>(current)->note("cleanup " + std::to_string(id)); }
-    template<int id> static VOID destroyed(WDFOBJECT) { static_cast<DriverTest *>(current)->note("destroy " + std::to_string(id)); }
+    template<int id>
+    static VOID cleaned(WDFOBJECT) {
+        noteEvent("cleanup " + std::to_string(id));
+    }
+    template<int id>
+    static VOID destroyed(WDFOBJECT) {
+        noteEvent("destroy " + std::to_string(id));
+    }
 };
 
 TEST_F(DriverTest, BindsOnlyReleasedTableSizesUpToItsOwn) {

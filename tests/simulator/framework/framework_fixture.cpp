@@ -17,7 +17,7 @@ FrameworkTest *FrameworkTest::current = nullptr;
 
 FrameworkTest::FrameworkTest() {
     current = this;
-    setBugCheckHandler([](const Violation &violation) { throw Stopped{violation}; });
+    setBugCheckHandler([](const Violation &violation) { throw Stopped(violation); });
     kernel.registry.makeKey(view(registryPath.get()));
     driverObject = createDriverObject(u"TestDriver");
     WDF_DRIVER_CONFIG_INIT(&driverConfig, evtAdd);

@@ -14,13 +14,17 @@
 
 #include <functional>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace sim::test {
 
 /// Thrown in place of a bug check, so that a test can look at it and go on.
-struct Stopped {
+struct Stopped : std::runtime_error {
+    explicit Stopped(const Violation &stopping)
+        : std::runtime_error("[" + stopping.rule + "] " + stopping.routine + ": " + stopping.message),
+          violation(stopping) {}
     Violation violation;
 };
 
@@ -43,6 +47,10 @@ class Text {
 
 /// A kernel, a bus and a small framework driver whose callbacks the test sets before it needs them.
 class FrameworkTest : public testing::Test {
+  public:
+    /// For callbacks of the driver, which have no test at hand.
+    static void noteEvent(const std::string &event) { current->note(event); }
+
   protected:
     FrameworkTest();
     ~FrameworkTest() override;
@@ -65,7 +73,8 @@ class FrameworkTest : public testing::Test {
     std::vector<std::string> takeEvents();
 
     /// The rule that `action` broke, "" when it broke none.
-    template<typename Action> static std::string stoppedBy(Action action) {
+    template<typename Action>
+    static std::string stoppedBy(Action action) {
         try {
             action();
         } catch (const Stopped &stopped) {
@@ -73,7 +82,8 @@ class FrameworkTest : public testing::Test {
         }
         return {};
     }
-    template<typename Action> static std::string stoppedAt(KIRQL irql, Action action) {
+    template<typename Action>
+    static std::string stoppedAt(KIRQL irql, Action action) {
         const KIRQL before = currentThread().irql;
         currentThread().irql = irql;
         const std::string rule = stoppedBy(action);

@@ -21,9 +21,16 @@ class ObjectTest : public FrameworkTest {
   protected:
     ObjectTest() { loadDriver(); }
 
-    template<char id> static VOID cleaned(WDFOBJECT) { static_cast<ObjectTest *>(current)->note(std::string("clean ") + id); }
-    template<char id> static VOID destroyed(WDFOBJECT) { static_cast<ObjectTest *>(current)->note(std::string("destroy ") + id); }
-    template<char id> static WDF_OBJECT_ATTRIBUTES noted(WDFOBJECT parent = nullptr) {
+    template<char id>
+    static VOID cleaned(WDFOBJECT) {
+        noteEvent(std::string("clean ") + id);
+    }
+    template<char id>
+    static VOID destroyed(WDFOBJECT) {
+        noteEvent(std::string("destroy ") + id);
+    }
+    template<char id>
+    static WDF_OBJECT_ATTRIBUTES noted(WDFOBJECT parent = nullptr) {
         WDF_OBJECT_ATTRIBUTES attributes;
         WDF_OBJECT_ATTRIBUTES_INIT(&attributes);
         attributes.EvtCleanupCallback = cleaned<id>;
@@ -87,8 +94,8 @@ TEST_F(ObjectTest, AllCleanupsOfATreePrecedeAllDestructions) {
     collection(noted<'2'>(root));
     collection(noted<'3'>(first));
     WdfObjectDelete(root);
-    EXPECT_EQ(takeEvents(), (Events{"clean 3", "clean 1", "clean 2", "clean r", "destroy 3", "destroy 1", "destroy 2",
-                                    "destroy r"}));
+    EXPECT_EQ(takeEvents(),
+              (Events{"clean 3", "clean 1", "clean 2", "clean r", "destroy 3", "destroy 1", "destroy 2", "destroy r"}));
 }
 
 TEST_F(ObjectTest, AReferenceDelaysDestructionOnly) {

@@ -9,7 +9,8 @@ namespace sim::test {
 
 namespace {
 
-constexpr DEVPROPKEY instanceIdKey = {{0x78c34fc8, 0x104a, 0x4aca, {0x9e, 0xa4, 0x52, 0x4d, 0x52, 0x99, 0x6e, 0x57}}, 256};
+constexpr DEVPROPKEY instanceIdKey = {{0x78c34fc8, 0x104a, 0x4aca, {0x9e, 0xa4, 0x52, 0x4d, 0x52, 0x99, 0x6e, 0x57}},
+                                      256};
 constexpr GUID hubClass = {0xf18a0e88, 0xc30c, 0x11d0, {0x88, 0x15, 0x00, 0xa0, 0xc9, 0x06, 0xbe, 0xd8}};
 
 std::vector<std::uint8_t> textBytes(std::u16string_view text) {
@@ -67,7 +68,8 @@ class DevicePropertiesTest : public KernelTest {
 };
 
 TEST_F(DevicePropertiesTest, probeThenRead) {
-    EXPECT_EQ(IoGetDeviceProperty(physical, DevicePropertyEnumeratorName, 0, nullptr, &length), STATUS_BUFFER_TOO_SMALL);
+    EXPECT_EQ(IoGetDeviceProperty(physical, DevicePropertyEnumeratorName, 0, nullptr, &length),
+              STATUS_BUFFER_TOO_SMALL);
     EXPECT_EQ(length, 8u);
     EXPECT_EQ(IoGetDeviceProperty(physical, DevicePropertyEnumeratorName, 7, buffer, &length), STATUS_BUFFER_TOO_SMALL);
     EXPECT_EQ(buffer[0], 9);
@@ -125,9 +127,9 @@ TEST_F(DevicePropertiesTest, noInterfaceIsAListOfOneNul) {
 
 TEST_F(DevicePropertiesTest, irqlAndFaults) {
     DEVPROPTYPE type = 0;
-    EXPECT_EQ(stoppedAt(APC_LEVEL,
-                        [&] { IoGetDeviceProperty(physical, DevicePropertyEnumeratorName, 0, nullptr, &length); }),
-              "irql");
+    EXPECT_EQ(
+        stoppedAt(APC_LEVEL, [&] { IoGetDeviceProperty(physical, DevicePropertyEnumeratorName, 0, nullptr, &length); }),
+        "irql");
     EXPECT_EQ(stoppedAt(APC_LEVEL,
                         [&] { IoGetDevicePropertyData(physical, &instanceIdKey, 0, 0, 0, nullptr, &length, &type); }),
               "");

@@ -87,17 +87,29 @@ TEST_F(DevicesTest, openDeviceStaysOnTheListUntilItsLastClose) {
     EXPECT_FALSE(kernel.objects.contains(device));
 }
 
-TEST_F(DevicesTest, deletingInsideAStackOrTwiceStops) {
+TEST_F(DevicesTest, deletingWhileAttachedOrTwiceStops) {
     PDEVICE_OBJECT physical = make();
     PDEVICE_OBJECT filter = make();
     attachDevice(filter, physical);
     EXPECT_EQ(stoppedBy([&] { deleteDevice(filter); }), "device object");
-    EXPECT_EQ(stoppedBy([&] { deleteDevice(physical); }), "device object");
     detachDevice(physical);
     ObReferenceObject(filter);
     deleteDevice(filter);
     EXPECT_EQ(stoppedBy([&] { deleteDevice(filter); }), "device object");
     ObDereferenceObject(filter);
+}
+
+TEST_F(DevicesTest, lowerDeviceGoesWhenTheUpperOneHasDetached) {
+    PDEVICE_OBJECT physical = make();
+    PDEVICE_OBJECT filter = make();
+    attachDevice(filter, physical);
+    deleteDevice(physical);
+    EXPECT_TRUE(isDeletePending(physical));
+    EXPECT_EQ(filter->NextDevice, physical);
+    EXPECT_EQ(IoGetLowerDeviceObject(filter), nullptr);
+    detachDevice(physical);
+    EXPECT_EQ(filter->NextDevice, nullptr);
+    EXPECT_FALSE(kernel.objects.contains(physical));
 }
 
 class DeviceListTest : public DevicesTest {

@@ -116,8 +116,7 @@ TEST_F(EventsTest, onlyPollingIsLegalAtDispatchLevel) {
     KEVENT event;
     KeInitializeEvent(&event, NotificationEvent, TRUE);
     EXPECT_EQ(stoppedAt(DISPATCH_LEVEL, [&] { EXPECT_EQ(poll(event), STATUS_SUCCESS); }), "");
-    EXPECT_EQ(stoppedAt(DISPATCH_LEVEL,
-                        [&] { KeWaitForSingleObject(&event, Executive, KernelMode, FALSE, nullptr); }),
+    EXPECT_EQ(stoppedAt(DISPATCH_LEVEL, [&] { KeWaitForSingleObject(&event, Executive, KernelMode, FALSE, nullptr); }),
               "irql");
     EXPECT_EQ(stoppedAt(DISPATCH_LEVEL, [&] { KeSetEvent(&event, 0, FALSE); }), "");
 }

@@ -240,7 +240,8 @@ TEST_F(FilesTest, temporaryFolderGoesWithTheMachine) {
 class FolderTest : public FilesTest {
   protected:
     FolderTest() {
-        folder = open(u"\\SystemRoot\\Temp", FILE_OPEN, GENERIC_READ, shareAll, FILE_DIRECTORY_FILE | synchronous).handle;
+        folder =
+            open(u"\\SystemRoot\\Temp", FILE_OPEN, GENERIC_READ, shareAll, FILE_DIRECTORY_FILE | synchronous).handle;
     }
     ~FolderTest() override { ZwClose(folder); }
 
@@ -340,7 +341,8 @@ TEST_F(FolderTest, badArguments) {
 }
 
 TEST_F(FolderTest, nonEmptyFolderSurvivesItsDeletion) {
-    ZwClose(open(u"\\SystemRoot\\Temp\\full", FILE_CREATE, GENERIC_READ, shareAll, FILE_DIRECTORY_FILE | synchronous).handle);
+    ZwClose(open(u"\\SystemRoot\\Temp\\full", FILE_CREATE, GENERIC_READ, shareAll, FILE_DIRECTORY_FILE | synchronous)
+                .handle);
     kernel.files.putTempFile("full/inside", "x");
     EXPECT_EQ(remove(u"\\SystemRoot\\Temp\\full"), STATUS_SUCCESS);
     EXPECT_TRUE(std::filesystem::exists(kernel.files.systemRoot() / "Temp" / "full" / "inside"));

@@ -142,7 +142,8 @@ TEST_F(StringConversionTest, loneSurrogatesAreReplacedWithSuccess) {
     const Utf8 result = utf8({u'a', 0xD800, u'b', 0xDC00, 0xD800});
     EXPECT_EQ(result.status, STATUS_SOME_NOT_MAPPED);
     EXPECT_TRUE(NT_SUCCESS(result.status));
-    EXPECT_EQ(result.bytes, "a\xEF\xBF\xBD" "b\xEF\xBF\xBD\xEF\xBF\xBD");
+    EXPECT_EQ(result.bytes, "a\xEF\xBF\xBD"
+                            "b\xEF\xBF\xBD\xEF\xBF\xBD");
     ULONG needed = 0;
     const WCHAR lone[] = {static_cast<WCHAR>(0xDC00)};
     EXPECT_EQ(RtlUnicodeToUTF8N(nullptr, 0, &needed, lone, 2), STATUS_SOME_NOT_MAPPED);

@@ -140,7 +140,9 @@ TEST_F(StringsTest, hostConversionKeepsEveryUnit) {
     const std::u16string odd{u'a', 0xD800, u'b', 0xDC00, 0xD83D, 0xDE00, 0};
     EXPECT_EQ(toUtf16(toUtf8(odd)), odd);
     EXPECT_EQ(toUtf8(u"\u20AC"), "\xE2\x82\xAC");
-    EXPECT_EQ(toUtf16("\xFF" "a"), u"\uFFFDa");
+    EXPECT_EQ(toUtf16("\xFF"
+                      "a"),
+              u"\uFFFDa");
 }
 
 } // namespace

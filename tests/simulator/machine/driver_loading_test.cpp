@@ -1,12 +1,12 @@
 #include "test_driver.h"
 
-#include <simulator/kernel/kernel.h>
-#include <simulator/kernel/strings.h>
-#include <simulator/machine/usb_device.h>
+#include "simulator/kernel/kernel.h"
+#include "simulator/kernel/strings.h"
+#include "simulator/machine/usb_device.h"
 
 #include <gtest/gtest.h>
 
-namespace sim::test {
+namespace sim::machinetest {
 namespace {
 
 TEST(DriverLoading, TheEntryGetsTheServiceKey) {
@@ -40,7 +40,8 @@ TEST(DriverLoading, AMissingModuleIsToldPlainly) {
     Machine machine(std::move(options));
     EXPECT_THROW(machine.loadDriver(), std::runtime_error);
     machine.presetClassFilters();
-    EXPECT_EQ(machine.rootHub().problemCode(), 39U);
+    EXPECT_EQ(machine.hostController().problemCode(), 39U);
+    EXPECT_THROW(machine.rootHub(), std::logic_error);
 }
 
 TEST(DriverLoading, TheControlNodeNeedsTheDriverAsItsFunctionDriver) {
@@ -69,4 +70,4 @@ TEST(DriverLoading, AMachineSwitchedOffTakesItsDriverAlong) {
 }
 
 } // namespace
-} // namespace sim::test
+} // namespace sim::machinetest

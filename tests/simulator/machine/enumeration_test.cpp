@@ -1,14 +1,14 @@
 #include "test_driver.h"
 
-#include <simulator/kernel/io.h>
-#include <simulator/kernel/kernel.h>
-#include <simulator/kernel/strings.h>
-#include <simulator/machine/device_node_record.h>
-#include <simulator/machine/usb_device.h>
+#include "simulator/kernel/io.h"
+#include "simulator/kernel/kernel.h"
+#include "simulator/kernel/strings.h"
+#include "simulator/machine/device_node_record.h"
+#include "simulator/machine/usb_device.h"
 
 #include <gtest/gtest.h>
 
-namespace sim::test {
+namespace sim::machinetest {
 namespace {
 
 using machine::DeviceNodeRecord;
@@ -176,4 +176,4 @@ TEST(Enumeration, TheHubDriverOwnsHubsAndWhatIsPluggedIntoThem) {
 }
 
 } // namespace
-} // namespace sim::test
+} // namespace sim::machinetest

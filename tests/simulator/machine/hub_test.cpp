@@ -1,7 +1,7 @@
 #include "test_driver.h"
 
-#include <simulator/kernel/kernel.h>
-#include <simulator/machine/usb_device.h>
+#include "simulator/kernel/kernel.h"
+#include "simulator/machine/usb_device.h"
 
 #include <usbioctl.h>
 
@@ -9,7 +9,7 @@
 
 #include <cstring>
 
-namespace sim::test {
+namespace sim::machinetest {
 namespace {
 
 struct DescriptorAnswer {
@@ -57,6 +57,13 @@ struct Hub : testing::Test {
     }
 };
 
+/// By value: the field is packed.
+USB_CONNECTION_STATUS statusOf(const USB_NODE_CONNECTION_INFORMATION &information) {
+    USB_CONNECTION_STATUS status{};
+    std::memcpy(&status, reinterpret_cast<const std::uint8_t *>(&information) + 0x1F, sizeof(status));
+    return status;
+}
+
 std::u16string textOf(const DescriptorAnswer &answer) {
     std::u16string result((answer.information - sizeof(USB_DESCRIPTOR_REQUEST) - 2) / 2, u'\0');
     std::memcpy(result.data(), answer.data.data() + 2, 2 * result.size());
@@ -73,7 +80,7 @@ TEST_F(Hub, TellsTheDeviceDescriptor) {
     EXPECT_EQ(information.DeviceDescriptor.idProduct, 0x5581);
     EXPECT_EQ(information.DeviceDescriptor.bcdDevice, 0x0123);
     EXPECT_EQ(information.DeviceDescriptor.iSerialNumber, 3);
-    EXPECT_EQ(information.ConnectionStatus, DeviceConnected);
+    EXPECT_EQ(statusOf(information), DeviceConnected);
     EXPECT_EQ(information.CurrentConfigurationValue, 1);
     EXPECT_FALSE(information.DeviceIsHub);
 }
@@ -82,7 +89,7 @@ TEST_F(Hub, AnEmptyPortIsASuccessWithoutDevice) {
     ControlResult result{};
     const USB_NODE_CONNECTION_INFORMATION information = connection(2, &result);
     EXPECT_EQ(result.status, STATUS_SUCCESS);
-    EXPECT_EQ(information.ConnectionStatus, NoDeviceConnected);
+    EXPECT_EQ(statusOf(information), NoDeviceConnected);
     EXPECT_EQ(information.DeviceDescriptor.bLength, 0);
     EXPECT_EQ(information.DeviceDescriptor.idVendor, 0);
 }
@@ -206,6 +213,18 @@ TEST_F(Hub, AnswersWhileTheDevicesOwnStackIsBuilt) {
     EXPECT_EQ(configured, 0);
 }
 
+TEST_F(Hub, MayAnswerLater) {
+    machine.presetClassFilters();
+    DeviceDescription description = stick();
+    description.usb->answersLater = true;
+    description.usb->stringAnswers[1].failure = STATUS_DEVICE_NOT_CONNECTED;
+    DeviceNode &node = machine.plug(description);
+    EXPECT_EQ(connection(1).DeviceDescriptor.idVendor, 0x0781);
+    EXPECT_EQ(textOf(text(3, 0x0409)), u"A200");
+    EXPECT_EQ(text(1, 0x0409).status, STATUS_DEVICE_NOT_CONNECTED);
+    machine.unplug(node);
+}
+
 TEST_F(Hub, CyclingAPortMakesANewDevice) {
     machine.presetClassFilters();
     DeviceNode &before = machine.plug(stick());
@@ -258,4 +277,4 @@ TEST_F(Hub, OtherRequestsAreRefused) {
 }
 
 } // namespace
-} // namespace sim::test
+} // namespace sim::machinetest

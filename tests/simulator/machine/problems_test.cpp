@@ -1,14 +1,14 @@
 #include "test_driver.h"
 
-#include <simulator/kernel/kernel.h>
-#include <simulator/machine/setup_classes.h>
-#include <simulator/machine/usb_device.h>
+#include "simulator/kernel/kernel.h"
+#include "simulator/machine/setup_classes.h"
+#include "simulator/machine/usb_device.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
-namespace sim::test {
+namespace sim::machinetest {
 namespace {
 
 using Names = std::vector<std::u16string>;
@@ -172,4 +172,4 @@ TEST_F(ProblemsDeathTest, AFilterMustLeaveTheStack) {
 }
 
 } // namespace
-} // namespace sim::test
+} // namespace sim::machinetest

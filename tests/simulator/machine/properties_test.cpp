@@ -2,10 +2,10 @@
 
 #include "test_driver.h"
 
-#include <simulator/kernel/kernel.h>
-#include <simulator/kernel/strings.h>
-#include <simulator/machine/setup_classes.h>
-#include <simulator/machine/usb_device.h>
+#include "simulator/kernel/kernel.h"
+#include "simulator/kernel/strings.h"
+#include "simulator/machine/setup_classes.h"
+#include "simulator/machine/usb_device.h"
 
 #include <devpkey.h>
 #include <usbiodef.h>
@@ -14,7 +14,7 @@
 
 #include <cstring>
 
-namespace sim::test {
+namespace sim::machinetest {
 namespace {
 
 struct Answer {
@@ -94,7 +94,7 @@ TEST_F(Properties, AbsentOnesAreNotFound) {
     EXPECT_TRUE(answer.bytes.empty());
     const DEVPROPKEY unknown{{1, 2, 3, {4}}, 5};
     EXPECT_EQ(keyedProperty(stick, unknown).status, STATUS_OBJECT_NAME_NOT_FOUND);
-    EXPECT_EQ(registryProperty(stick, static_cast<DEVICE_REGISTRY_PROPERTY>(99)).status, STATUS_INVALID_PARAMETER_2);
+    EXPECT_EQ(registryProperty(stick, static_cast<DEVICE_REGISTRY_PROPERTY>(31)).status, STATUS_INVALID_PARAMETER_2);
 }
 
 TEST_F(Properties, RawValuesReplaceThem) {
@@ -168,4 +168,4 @@ TEST(HubInterface, IsEnabledOnlyAfterTheStart) {
 }
 
 } // namespace
-} // namespace sim::test
+} // namespace sim::machinetest

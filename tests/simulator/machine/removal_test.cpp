@@ -1,14 +1,14 @@
 #include "test_driver.h"
 
-#include <simulator/kernel/internals.h>
-#include <simulator/kernel/kernel.h>
-#include <simulator/machine/usb_device.h>
+#include "simulator/kernel/internals.h"
+#include "simulator/kernel/kernel.h"
+#include "simulator/machine/usb_device.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
-namespace sim::test {
+namespace sim::machinetest {
 namespace {
 
 struct Removal : testing::Test {
@@ -128,4 +128,4 @@ TEST_F(Removal, ADriverObjectInUseKeepsTheImageMapped) {
 }
 
 } // namespace
-} // namespace sim::test
+} // namespace sim::machinetest

@@ -1,14 +1,14 @@
 #include "test_driver.h"
 
-#include <simulator/kernel/kernel.h>
-#include <simulator/kernel/security.h>
-#include <simulator/kernel/strings.h>
-#include <simulator/machine/setup_classes.h>
-#include <simulator/machine/usb_device.h>
+#include "simulator/kernel/kernel.h"
+#include "simulator/kernel/security.h"
+#include "simulator/kernel/strings.h"
+#include "simulator/machine/setup_classes.h"
+#include "simulator/machine/usb_device.h"
 
 #include <gtest/gtest.h>
 
-namespace sim::test {
+namespace sim::machinetest {
 namespace {
 
 using Names = std::vector<std::u16string>;
@@ -184,4 +184,4 @@ TEST_F(ObservedStacks, EveryAddIsReported) {
 }
 
 } // namespace
-} // namespace sim::test
+} // namespace sim::machinetest

@@ -1,13 +1,13 @@
 #include "test_driver.h"
 
-#include <simulator/kernel/io.h>
-#include <simulator/kernel/irp_table.h>
-#include <simulator/kernel/kernel.h>
-#include <simulator/kernel/strings.h>
+#include "simulator/kernel/io.h"
+#include "simulator/kernel/irp_table.h"
+#include "simulator/kernel/kernel.h"
+#include "simulator/kernel/strings.h"
 
 #include <stdexcept>
 
-namespace sim::test {
+namespace sim::machinetest {
 
 namespace {
 
@@ -192,4 +192,4 @@ ControlResult control(PDEVICE_OBJECT device, ULONG code, void *buffer, ULONG inp
     return result;
 }
 
-} // namespace sim::test
+} // namespace sim::machinetest

@@ -1,13 +1,13 @@
 #pragma once
 
-#include <simulator/machine/machine.h>
+#include "simulator/machine/machine.h"
 
 #include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
 
-namespace sim::test {
+namespace sim::machinetest {
 
 /// A small driver linked into the test, loaded by a machine in the place of a module. It attaches a filter that passes
 /// everything on; its behaviour is set through the public members before the machine needs it.
@@ -50,4 +50,4 @@ struct ControlResult {
 };
 ControlResult control(PDEVICE_OBJECT device, ULONG code, void *buffer, ULONG input, ULONG output);
 
-} // namespace sim::test
+} // namespace sim::machinetest

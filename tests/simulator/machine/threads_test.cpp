@@ -1,7 +1,7 @@
 #include "test_driver.h"
 
-#include <simulator/kernel/kernel.h>
-#include <simulator/machine/usb_device.h>
+#include "simulator/kernel/kernel.h"
+#include "simulator/machine/usb_device.h"
 
 #include <usbioctl.h>
 
@@ -9,7 +9,7 @@
 
 #include <thread>
 
-namespace sim::test {
+namespace sim::machinetest {
 namespace {
 
 constexpr unsigned threadCount = 8;
@@ -111,4 +111,4 @@ TEST(Threads, AHubGoesWhileDevicesArrive) {
 }
 
 } // namespace
-} // namespace sim::test
+} // namespace sim::machinetest

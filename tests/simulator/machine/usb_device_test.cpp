@@ -1,8 +1,8 @@
-#include <simulator/machine/usb_device.h>
+#include "simulator/machine/usb_device.h"
 
 #include <gtest/gtest.h>
 
-namespace sim::test {
+namespace sim::machinetest {
 namespace {
 
 using Names = std::vector<std::u16string>;
@@ -53,4 +53,4 @@ TEST(UsbDevice, AUaspDiskHasItsOwnInstanceForm) {
 }
 
 } // namespace
-} // namespace sim::test
+} // namespace sim::machinetest

@@ -1,5 +1,6 @@
 #include "support/name_match.h"
 
+#include "support/text.h"
 #include "tests/unit/fixture/kernel_test.h"
 
 namespace unit {

@@ -1,0 +1,189 @@
+#include "driver_test.h"
+
+#include "driver/usb_filter_device.h"
+#include "simulator/framework/framework.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace behaviour {
+
+namespace {
+
+/// "2024-03-07 9:05:01.042 INFO Driver start" without its two words of time.
+std::string withoutTime(const std::string &line) {
+    const std::size_t date = line.find(' ');
+    const std::size_t time = date == std::string::npos ? date : line.find(' ', date + 1);
+    return time == std::string::npos ? "(no time) " + line : line.substr(time + 1);
+}
+
+std::optional<FilterValues> filterValues(PDEVICE_OBJECT device) {
+    if (device == nullptr) {
+        return std::nullopt;
+    }
+    const auto *context =
+        static_cast<const UsbFilterDevice *>(sim::framework::contextOfDevice(device, "UsbFilterDevice"));
+    if (context == nullptr) {
+        return std::nullopt;
+    }
+    FilterValues values;
+    values.filterable = context->filterable;
+    values.mode = static_cast<std::uint32_t>(context->mode);
+    values.ruleType = static_cast<std::uint32_t>(context->ruleType);
+    const auto *bytes = reinterpret_cast<const std::uint8_t *>(&context->message);
+    values.message.assign(bytes, bytes + sizeof(context->message));
+    return values;
+}
+
+} // namespace
+
+std::vector<std::uint8_t> bytesOf(std::u16string_view text) {
+    std::vector<std::uint8_t> bytes(text.size() * sizeof(char16_t));
+    if (!bytes.empty()) {
+        std::memcpy(bytes.data(), text.data(), bytes.size());
+    }
+    return bytes;
+}
+
+DriverTest::DriverTest() = default;
+
+sim::Machine &DriverTest::machine() {
+    if (!machine_) {
+        machine_.emplace(options);
+        machine_->presetClassFilters();
+        machine_->setObserver(this);
+        machine_->kernel().registry.setDword(sim::Machine::parametersKey(), u"LogLevel", 4);
+    }
+    return *machine_;
+}
+
+void DriverTest::setParameter(std::u16string_view name, std::uint32_t number) {
+    registry().setDword(sim::Machine::parametersKey(), name, number);
+}
+
+void DriverTest::setParameter(std::u16string_view name, std::uint32_t type, std::vector<std::uint8_t> data) {
+    registry().setValue(sim::Machine::parametersKey(), name, type, std::move(data));
+}
+
+void DriverTest::apply(const Policy &policy) {
+    for (const auto &[name, list] : policy.values()) {
+        if (list->form == RuleList::Form::absent) {
+            registry().deleteValue(sim::Machine::parametersKey(), name);
+        } else {
+            setParameter(name, list->registryType(), list->registryData());
+        }
+    }
+}
+
+void DriverTest::load() {
+    ASSERT_EQ(machine().loadDriver(), STATUS_SUCCESS);
+    takeLog();
+}
+
+sim::DeviceNode &DriverTest::start() {
+    load();
+    sim::DeviceNode &control = machine().plugControlNode();
+    EXPECT_TRUE(control.started());
+    if (!options.hubDrivers.empty()) {
+        machine().rootHub();
+    }
+    takeLog();
+    return control;
+}
+
+sim::DeviceNode &DriverTest::plug(sim::DeviceDescription device, sim::DeviceNode *parent) {
+    return machine().plug(std::move(device), parent);
+}
+
+void DriverTest::unload() {
+    machine().unloadDriver();
+}
+
+Lines DriverTest::allLines() {
+    kernel().workers.settle();
+    Lines lines;
+    for (const std::string &name : kernel().files.tempFiles()) {
+        const std::string text = kernel().files.tempFile(name).value_or("");
+        std::size_t begin = 0;
+        for (std::size_t end = text.find("\r\n"); end != std::string::npos; end = text.find("\r\n", begin)) {
+            lines.push_back(withoutTime(text.substr(begin, end - begin)));
+            begin = end + 2;
+        }
+        EXPECT_EQ(begin, text.size()) << "the log ends in the middle of a line";
+    }
+    return lines;
+}
+
+Lines DriverTest::takeLog() {
+    const Lines lines = allLines();
+    const std::size_t begin = std::min(linesTaken_, lines.size());
+    linesTaken_ = lines.size();
+    return {lines.begin() + static_cast<std::ptrdiff_t>(begin), lines.end()};
+}
+
+const Add &DriverTest::addOf(std::string_view device) {
+    const auto found = std::find_if(adds.rbegin(), adds.rend(), [&](const Add &add) { return add.device == device; });
+    if (found == adds.rend()) {
+        static const Add none{};
+        ADD_FAILURE() << "the driver was not asked to add " << device;
+        return none;
+    }
+    return *found;
+}
+
+bool DriverTest::wasAdded(std::string_view device) const {
+    return std::any_of(adds.begin(), adds.end(), [&](const Add &add) { return add.device == device; });
+}
+
+void DriverTest::failInAdd(std::string routine, std::uint64_t nth, std::optional<NTSTATUS> status, bool andAllAfter) {
+    kernel().faults.arm(false);
+    kernel().faults.clear();
+    kernel().faults.failNamed(std::move(routine), nth, status, andAllAfter);
+    armedForAdd_ = true;
+}
+
+void DriverTest::failCall(std::string routine, std::uint64_t nth, std::optional<NTSTATUS> status, bool andAllAfter) {
+    kernel().faults.clear();
+    kernel().faults.failNamed(std::move(routine), nth, status, andAllAfter);
+    kernel().faults.arm(true);
+}
+
+void DriverTest::endFailures() {
+    armedForAdd_ = false;
+    kernel().faults.arm(false);
+    kernel().faults.clear();
+}
+
+void DriverTest::TearDown() {
+    if (!machine_) {
+        return;
+    }
+    endFailures();
+    machine_->unloadDriver();
+    machine_->setObserver(nullptr);
+    EXPECT_THAT(machine_->leaks(), testing::IsEmpty());
+}
+
+void DriverTest::addStarting(sim::DeviceNode &) {
+    linesBeforeAdd_ = allLines().size();
+    if (armedForAdd_) {
+        kernel().faults.arm(true);
+    }
+}
+
+void DriverTest::addFinished(const sim::AddReport &report) {
+    if (armedForAdd_) {
+        endFailures();
+    }
+    Add add;
+    add.device = report.node->description().name;
+    add.returned = report.returned;
+    add.callbackStatus = report.callbackStatus;
+    add.attached = report.attached != nullptr;
+    add.filter = filterValues(report.attached);
+    const Lines lines = allLines();
+    add.log.assign(lines.begin() + static_cast<std::ptrdiff_t>(std::min(linesBeforeAdd_, lines.size())), lines.end());
+    adds.push_back(std::move(add));
+}
+
+} // namespace behaviour
