@@ -1,5 +1,6 @@
 #include "fact.h"
 
+#include "../text/display.h"
 #include "../text/status_names.h"
 
 #include <fmt/format.h>
@@ -9,8 +10,10 @@
 namespace cli {
 namespace {
 
+constexpr std::size_t mostListed = 40; ///< a whole log is better looked at with --log
+
 std::string quoted(const std::string &text) {
-    return "'" + text + "'";
+    return "'" + clipped(text) + "'";
 }
 
 std::string describeTexts(const Texts &texts) {
@@ -21,8 +24,11 @@ std::string describeTexts(const Texts &texts) {
         return quoted(texts.front());
     }
     std::string list = fmt::format("{} entries:", texts.size());
-    for (const std::string &text : texts) {
-        list += "\n  " + text;
+    for (std::size_t i = 0; i < texts.size() && i < mostListed; ++i) {
+        list += "\n  " + clipped(texts[i]);
+    }
+    if (texts.size() > mostListed) {
+        list += "\n  …";
     }
     return list;
 }

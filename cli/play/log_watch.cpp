@@ -3,6 +3,7 @@
 #include "../text/display.h"
 
 #include <algorithm>
+#include <chrono>
 #include <fstream>
 
 namespace cli {
@@ -10,6 +11,9 @@ namespace {
 
 constexpr std::string_view logPrefix = "com.tarvenholt.myrtelhaven-driver-";
 constexpr std::size_t rememberedBeginning = 128;
+
+/// Given to files of earlier runs, so that any write to one of them shows: the time of a write may be coarse.
+const std::filesystem::file_time_type untouched{std::chrono::hours(1)};
 
 constexpr std::string_view levels[] = {"FATAL", "ERROR", "WARN", "INFO", "DEBUG", "VERB", "NONE", "UNKNOWN"};
 
@@ -54,10 +58,19 @@ std::string LogWatch::gained(const std::string &name) {
     }
     const auto size = static_cast<std::size_t>(stream.tellg());
     Known &known = known_[name];
+    bool overwritten = false;
+    if (known.ofEarlierRun) {
+        if (std::filesystem::last_write_time(path) == untouched) {
+            return {};
+        }
+        overwritten = true;
+        known.ofEarlierRun = false;
+    }
     std::string beginning(std::min(size, std::max(known.beginning.size(), std::size_t{1})), '\0');
     stream.seekg(0);
     stream.read(beginning.data(), static_cast<std::streamsize>(beginning.size()));
-    const bool overwritten = size < known.size || beginning.compare(0, known.beginning.size(), known.beginning) != 0;
+    overwritten =
+        overwritten || size < known.size || beginning.compare(0, known.beginning.size(), known.beginning) != 0;
     const std::size_t from = overwritten ? 0 : known.size;
     std::string bytes(size - from, '\0');
     stream.seekg(static_cast<std::streamoff>(from));
@@ -76,6 +89,15 @@ void LogWatch::skipPresent() {
     for (const std::string &name : files_.tempFiles()) {
         if (name.starts_with(logPrefix)) {
             gained(name);
+        }
+    }
+}
+
+void LogWatch::newRun() {
+    for (const std::string &name : files_.tempFiles()) {
+        if (name.starts_with(logPrefix)) {
+            std::filesystem::last_write_time(files_.systemRoot() / "Temp" / name, untouched);
+            known_[name].ofEarlierRun = true;
         }
     }
 }

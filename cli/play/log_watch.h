@@ -23,13 +23,16 @@ class LogWatch {
 
     /// Takes what the files hold now as known (files that a scenario put there).
     void skipPresent();
+    /// A driver is about to be loaded: it begins with a new file, which may take the name of one that is there.
+    void newRun();
     /// Lines that the files gained, files in the order of their names.
     std::vector<LogLine> take();
 
   private:
     struct Known {
         std::size_t size = 0;
-        std::string beginning; ///< to notice a file that was overwritten
+        std::string beginning;     ///< to notice a file that was overwritten
+        bool ofEarlierRun = false; ///< the first write to it overwrites it
     };
     std::string gained(const std::string &name);
 

@@ -2,6 +2,7 @@
 
 #include "../../simulator/kernel/strings.h"
 #include "../../simulator/machine/machine.h"
+#include "../text/display.h"
 #include "expectation_check.h"
 #include "machine_setup.h"
 #include "recorder.h"
@@ -111,8 +112,12 @@ class Playback {
     }
 
     void addLeaks() {
+        Texts leaks;
         for (const std::string &leak : machine_.leaks()) {
-            current_.failures.push_back({current_.where, "leaks", "nothing left behind", leak});
+            leaks.push_back(visibleText(leak));
+        }
+        if (!leaks.empty()) {
+            current_.failures.push_back({current_.where, "leaks", "nothing left behind", describeFact(leaks)});
         }
     }
 
@@ -187,7 +192,10 @@ class Playback {
     const sim::DeviceNode *controlNode_ = nullptr;
 
   public: // what steps do
-    void operator()(const LoadDriver &) { current_.status = machine_.loadDriver(); }
+    void operator()(const LoadDriver &) {
+        recorder_->driverIsLoading();
+        current_.status = machine_.loadDriver();
+    }
 
     void operator()(const UnloadDriver &) {
         if (!machine_.driverLoaded()) {
@@ -225,7 +233,11 @@ class Playback {
         for (const std::string &name : action.names) {
             sim::DeviceNode &node = present(name);
             recorder_->forget(node);
-            machine_.replug(node);
+            const bool isControlNode = &node == controlNode_;
+            recorder_->controlNodeIsStarting(isControlNode);
+            sim::DeviceNode &again = machine_.replug(node);
+            recorder_->controlNodeIsStarting(false);
+            controlNode_ = isControlNode ? &again : controlNode_;
         }
     }
 

@@ -42,6 +42,7 @@ class Recorder : public sim::MachineObserver {
     std::vector<LogLine> takeStepLog(); ///< lines since the last call
     const std::vector<LogLine> &wholeLog() const { return wholeLog_; }
     void skipPresentFiles() { log_.skipPresent(); }
+    void driverIsLoading() { log_.newRun(); }
 
   private:
     DeviceOutcome &begin(sim::DeviceNode &node);

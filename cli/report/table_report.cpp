@@ -224,7 +224,7 @@ std::string logReport(const PlayResult &result, const Style &style) {
                 "\n";
         for (const LogLine &line : step.log) {
             text += fmt::format("    {} {}\n", style.paint(fmt::format("{:<5}", line.level), colourOfLevel(line.level)),
-                                line.text);
+                                clipped(line.text, 4000));
         }
     }
     return text.empty() ? "  (the driver wrote no log)\n" : text;

@@ -21,9 +21,8 @@ std::optional<std::u16string> parsePart(const YamlNode &node, std::string_view w
     std::u16string part;
     if (const auto repeat = reader.take("repeat")) {
         const auto times = reader.take("times");
-        const auto text = repeat->text("repeat");
         const auto count = times ? times->number("times", longestText) : std::optional<std::uint64_t>(1);
-        const std::u16string unit = text ? sim::toUtf16(*text) : std::u16string();
+        const std::u16string unit = parseUtf16(*repeat, "repeat").value_or(u"");
         if (count && unit.size() * *count > longestText) {
             node.problem("the repeated text is longer than 16 million characters");
         } else {
@@ -239,16 +238,16 @@ std::string describeValue(const ValueData &value) {
     if ((value.type == 1 || value.type == 2) && evenText && data.size() >= 2 && asText(data).back() == u'\0') {
         std::u16string text = asText(data);
         text.pop_back();
-        return type + "'" + visibleText(sim::toUtf8(text)) + "'";
+        return type + "'" + clipped(visibleText(sim::toUtf8(text))) + "'";
     }
     // Only the usual form is shown as a list; anything odd is shown byte by byte so that the difference is seen.
     if (value.type == 7 && evenText && data.size() >= 4) {
         const std::u16string text = asText(data);
         if (text[text.size() - 1] == u'\0' && text[text.size() - 2] == u'\0') {
-            return type + "[" + describeStrings(text) + "]" + (text.size() == 2 ? " (two NULs)" : "");
+            return type + "[" + clipped(describeStrings(text)) + "]" + (text.size() == 2 ? " (two NULs)" : "");
         }
     }
-    return type + (data.empty() ? "without data" : "bytes " + hexText(data, " "));
+    return type + (data.empty() ? "without data" : "bytes " + clipped(hexText(data, " ")));
 }
 
 } // namespace cli

@@ -35,6 +35,21 @@ std::string visibleText(std::string_view text) {
     return visible;
 }
 
+std::string clipped(const std::string &text, std::size_t most) {
+    const std::size_t columns = displayWidth(text);
+    if (columns <= most) {
+        return text;
+    }
+    std::size_t end = 0;
+    for (std::size_t kept = 0; end < text.size(); ++end) {
+        kept += startsCodePoint(text[end]) ? 1 : 0;
+        if (kept > most / 2) {
+            break;
+        }
+    }
+    return fmt::format("{}… ({} characters)", text.substr(0, end), columns);
+}
+
 std::string hexText(const std::vector<std::uint8_t> &bytes, std::string_view separator) {
     std::string text;
     for (std::size_t i = 0; i < bytes.size(); ++i) {

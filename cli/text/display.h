@@ -11,6 +11,9 @@ namespace cli {
 /// too. Expected and found texts are compared in this form, so that a person can write and read them.
 std::string visibleText(std::string_view text);
 
+/// A long text with its middle left out: "AAAA… (32767 characters)". Texts of up to `most` columns stay as they are.
+std::string clipped(const std::string &text, std::size_t most = 400);
+
 /// Lower-case hexadecimal digits, two per byte, with `separator` between bytes.
 std::string hexText(const std::vector<std::uint8_t> &bytes, std::string_view separator = "");
 

@@ -134,7 +134,8 @@ NTSTATUS queryMemory(PWDF_DRIVER_GLOBALS globals, WDFKEY keyHandle, PCUNICODE_ST
     return status;
 }
 
-// learn.microsoft.com: WdfRegistryQueryValue; framework source: type and length are told also when the data does not fit
+// learn.microsoft.com: WdfRegistryQueryValue; framework source: type and length are told also when the data does not
+// fit
 NTSTATUS queryValue(PWDF_DRIVER_GLOBALS globals, WDFKEY keyHandle, PCUNICODE_STRING name, ULONG length, PVOID buffer,
                     PULONG valueLength, PULONG valueType) {
     const Call call{"WdfRegistryQueryValue", SIM_CALL_SITE};

@@ -58,9 +58,16 @@ NTSTATUS writeEntry(const std::u16string &name, PVOID buffer, ULONG bytes, PIO_S
     return ioStatus->Status;
 }
 
+/// The class as a number: a caller may pass one that the enumeration does not hold.
+ULONG numberOf(const FILE_INFORMATION_CLASS &informationClass) {
+    ULONG number = 0;
+    std::memcpy(&number, &informationClass, sizeof number);
+    return number;
+}
+
 /// Whether Windows has an information class of that number for folders.
-bool isFolderClass(FILE_INFORMATION_CLASS informationClass) {
-    switch (static_cast<int>(informationClass)) {
+bool isFolderClass(ULONG number) {
+    switch (number) {
     case FileDirectoryInformation:
     case FileFullDirectoryInformation:
     case FileBothDirectoryInformation:
@@ -94,11 +101,12 @@ extern "C" NTSTATUS ZwQueryDirectoryFile(HANDLE directory, HANDLE event, PIO_APC
     if (event != nullptr || apcRoutine != nullptr || !open->synchronous) {
         notSimulated(routine, "asynchronous queries", callSite);
     }
-    if (!open->folder || !(isFolderClass(informationClass))) {
+    const ULONG classNumber = numberOf(informationClass);
+    if (!open->folder || !isFolderClass(classNumber)) {
         return open->folder ? STATUS_INVALID_INFO_CLASS : STATUS_INVALID_PARAMETER;
     }
-    if (informationClass != FileNamesInformation || !single) {
-        notSimulated(routine, "information class " + std::to_string(informationClass) + " or several entries per call",
+    if (classNumber != FileNamesInformation || !single) {
+        notSimulated(routine, "information class " + std::to_string(classNumber) + " or several entries per call",
                      callSite);
     }
     if ((open->access & FILE_LIST_DIRECTORY) == 0) {

@@ -5,11 +5,15 @@
 #include "dispatcher.h"
 #include "internals.h"
 #include "kernel.h"
+#include "sanitizer.h"
 #include "thread.h"
 #include "violation.h"
 
 #include <optional>
 #include <pthread.h>
+#if SIM_ADDRESS_SANITIZER
+#include <sanitizer/asan_interface.h>
+#endif
 
 using namespace sim;
 
@@ -47,6 +51,13 @@ bool takeSignal(PKEVENT event) {
 }
 
 bool onOwnStack(const void *address) {
+#if SIM_ADDRESS_SANITIZER
+    // The sanitizer keeps locals elsewhere, to notice their use after the return.
+    if (__asan_addr_is_in_fake_stack(__asan_get_current_fake_stack(), const_cast<void *>(address), nullptr, nullptr) !=
+        nullptr) {
+        return true;
+    }
+#endif
     pthread_attr_t attributes;
     void *base = nullptr;
     std::size_t size = 0;

@@ -42,6 +42,12 @@ void unlinkRecord(DeviceNodeRecord &record) {
 
 } // namespace
 
+NodeClaim::~NodeClaim() {
+    if (node_ != nullptr) {
+        tree_->release(*node_);
+    }
+}
+
 void DeviceTree::setRoot(std::shared_ptr<Node> root) {
     const std::lock_guard guard(mutex);
     root_ = std::move(root);
@@ -51,7 +57,7 @@ void DeviceTree::setRoot(std::shared_ptr<Node> root) {
 
 bool DeviceTree::link(const std::shared_ptr<Node> &node, Node &parent) {
     const std::lock_guard guard(mutex);
-    if (!parent.state.acceptsChildren()) {
+    if (!parent.state.acceptsChildren() || node->hardware()->above == nullptr) {
         return false;
     }
     node->state.parent = &parent;
@@ -100,6 +106,15 @@ Node *DeviceTree::byDevice(PDEVICE_OBJECT device) {
     return found == byDevice_.end() ? nullptr : found->second;
 }
 
+Node *DeviceTree::byHardware(const Hardware &hardware) {
+    for (Node *node : all()) {
+        if (node->hardware().get() == &hardware) {
+            return node;
+        }
+    }
+    return nullptr;
+}
+
 std::vector<Node *> DeviceTree::all() {
     const std::lock_guard guard(mutex);
     std::vector<Node *> result;
@@ -114,7 +129,7 @@ void DeviceTree::collect(const Node &node, std::vector<Node *> &result) const {
     }
 }
 
-bool DeviceTree::claim(Node &node) {
+NodeClaim DeviceTree::claim(Node &node) {
     std::unique_lock lock(mutex);
     const std::thread::id self = std::this_thread::get_id();
     if (node.state.owner == self) {
@@ -122,10 +137,10 @@ bool DeviceTree::claim(Node &node) {
     }
     released_.wait(lock, [&] { return node.state.owner == std::thread::id(); });
     if (node.state.gone) {
-        return false;
+        return {};
     }
     node.state.owner = self;
-    return true;
+    return {*this, node};
 }
 
 void DeviceTree::release(Node &node) {

@@ -8,12 +8,28 @@
 namespace sim::machine {
 
 /// A device that is physically there, whether or not Plug and Play knows it at the moment: what is below a hub stays
-/// plugged while the hub is disabled or its port is cycled. `below` is guarded by the device tree's lock, the rest does
-/// not change.
+/// plugged while the hub is disabled or its port is cycled. Description and address do not change once it is connected;
+/// the rest is guarded by the device tree's lock.
 struct Hardware {
     DeviceDescription description;
     std::uint32_t address = 0xFFFFFFFF; ///< port number below a hub, interface number below a composite device
+    Hardware *above = nullptr;          ///< null for the root and for what has been unplugged
     std::vector<std::shared_ptr<Hardware>> below;
 };
+
+/// The device with everything that is described below it. Throws std::invalid_argument for a description that
+/// contradicts itself.
+std::shared_ptr<Hardware> assembleHardware(const DeviceDescription &description);
+
+/// Plugs it in: chooses its address. Throws std::invalid_argument when a name or an instance id below `root` is the
+/// same, when no port is free, or when the parent has no driver that could report it. Nothing is changed then.
+void connectHardware(const std::shared_ptr<Hardware> &hardware, Hardware &parent, const Hardware &root);
+/// Pulls it out. Does nothing when that was done before.
+void disconnectHardware(Hardware &hardware);
+
+/// The driver that reports what is below a device; empty when there is none.
+std::u16string busDriverBelow(const DeviceDescription &parent);
+/// The driver that makes a device's physical device object; empty when there can be none.
+std::u16string busDriverOf(const DeviceDescription &description, const DeviceDescription &parent);
 
 } // namespace sim::machine

@@ -72,7 +72,6 @@ class Node final : public DeviceNode {
         std::vector<StackEntry> stack; ///< physical device first
         std::vector<DeviceInterface> interfaces;
         ChildList *childList = nullptr; ///< where its function driver reports devices; null without one
-        std::u16string busDriver;       ///< upcased service of that function driver
         std::u16string driverKey;       ///< "{class}\0001", empty before installation
         std::uint32_t capabilityAddress = 0xFFFFFFFF;
         std::thread::id owner;  ///< thread that works on the node; nobody by default

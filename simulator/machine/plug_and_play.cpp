@@ -38,18 +38,16 @@ PnpResult sendToStack(PDEVICE_OBJECT physicalDevice, UCHAR minor, const char *na
 }
 
 PlugAndPlay::PlugAndPlay(Services &services, HubStatuses hubStatuses) : services_(services), hubStatuses_(hubStatuses) {
-    constexpr std::u16string_view rootBus = u"PnpManager";
     SimulatedDriver &driver = services_.simulated(rootBus);
     RootDevice &device = driver.make<RootDevice>();
     auto hardware = std::make_shared<Hardware>();
     hardware->description.name = "root";
-    hardware->description.instanceId = u"HTREE\\ROOT\\0";
+    hardware->description.instanceId = rootInstance;
     const auto root = std::make_shared<Node>(tree_.mutex, hardware, device.object());
     root->state.stack = {{device.object(), std::u16string(view(driver.object()->DriverName))}};
     root->state.started = true;
     root->state.everStarted = true;
     root->state.childList = &device.children();
-    root->state.busDriver = upcase(rootBus);
     tree_.setRoot(root);
     kernel().invalidateDeviceState = [this](PDEVICE_OBJECT physicalDevice) { stateInvalidated(physicalDevice); };
 }
@@ -72,36 +70,22 @@ void PlugAndPlay::stateInvalidated(PDEVICE_OBJECT device) {
     if (node == nullptr || !node->started()) {
         return;
     }
-    post(*node, [this](Node &target) {
-        if (target.started()) {
-            askState(target);
+    post([this, node] {
+        const NodeClaim claim = tree_.claim(*node);
+        if (claim && node->started()) {
+            askState(*node);
         }
-        tree_.release(target);
     });
 }
 
 void PlugAndPlay::portCycled(PDEVICE_OBJECT device) {
-    Node *node = tree_.byDevice(device);
-    if (node == nullptr) {
-        return;
+    if (Node *node = tree_.byDevice(device)) {
+        post([this, node] { cycle(*node); });
     }
-    post(*node, [this](Node &target) {
-        Node &parent = static_cast<Node &>(*target.parent());
-        takeAway(target, Manner::surprise, false);
-        enumerate(target.hardware(), parent);
-    });
 }
 
-/// The action gets the node claimed and leaves it released.
-void PlugAndPlay::post(Node &node, std::function<void(Node &)> action) {
-    const bool atOnce = kernel().workers.mode() == WorkQueue::Mode::free;
-    actions_.post(
-        [this, target = &node, action = std::move(action)] {
-            if (tree_.claim(*target)) {
-                action(*target);
-            }
-        },
-        atOnce);
+void PlugAndPlay::post(std::function<void()> action) {
+    actions_.post(std::move(action), kernel().workers.mode() == WorkQueue::Mode::free);
 }
 
 } // namespace sim::machine

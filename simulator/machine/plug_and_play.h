@@ -48,8 +48,6 @@ class PlugAndPlay {
     };
 
     // enumeration.cpp
-    std::shared_ptr<Hardware> assemble(const DeviceDescription &description) const;
-    std::uint32_t placeBelow(const Hardware &hardware, const Hardware &parent) const;
     Node *enumerate(const std::shared_ptr<Hardware> &hardware, Node &parent);
     void reportToPlugAndPlay(Node &node, Node &parent);
     void configure(Node &node);
@@ -76,20 +74,21 @@ class PlugAndPlay {
     void notifyChanged(Node &node);
 
     // removal.cpp
-    void takeAway(Node &node, Manner manner, bool unplugged);
+    Node *cycle(Node &node);
+    void takeAway(Node &node, Manner manner);
+    bool agreesToRemoval(Node &node);
     void takeChildrenAway(Node &node, Manner manner);
     bool removeStack(Node &node, StackRemoval how);
     void finishRemoval(Node &node);
     void finishPostponedRemovals();
     void leavePlugAndPlay(Node &node);
-    bool inUse(Node &node);
+    bool takeFromPostponed(Node &node);
     bool postponeRemoval(Node &node);
-    void forgetHardware(Node &node, Node &parent);
 
     // later actions
     void stateInvalidated(PDEVICE_OBJECT device);
     void portCycled(PDEVICE_OBJECT device);
-    void post(Node &node, std::function<void(Node &)> action);
+    void post(std::function<void()> action);
 
     Services &services_;
     const HubStatuses hubStatuses_;

@@ -5,6 +5,7 @@
 #include "../kernel/violation.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 namespace sim::machine {
 
@@ -21,68 +22,93 @@ bool hasOpenHandles(const std::vector<StackEntry> &stack) {
 
 void PlugAndPlay::unplug(Node &node) {
     Operation operation(*this);
-    if (tree_.claim(node)) {
-        takeAway(node, Manner::surprise, true);
+    {
+        const std::lock_guard guard(tree_.mutex);
+        disconnectHardware(*node.hardware());
+    }
+    // Another thread may just be cycling its port, so the device may have a node that is newer than the caller's.
+    while (Node *present = tree_.byHardware(*node.hardware())) {
+        if (const NodeClaim claim = tree_.claim(*present)) {
+            takeAway(*present, Manner::surprise);
+        }
     }
 }
 
 Node &PlugAndPlay::replug(Node &node) {
     Operation operation(*this);
-    Node *parent = nullptr;
-    if (tree_.claim(node)) {
-        parent = static_cast<Node *>(node.parent());
-        takeAway(node, Manner::surprise, false);
-    }
-    Node *again = parent == nullptr ? nullptr : enumerate(node.hardware(), *parent);
+    Node *again = cycle(node);
     if (again == nullptr) {
         throw std::logic_error("\"" + node.description().name + "\" or its parent is gone");
     }
     return *again;
 }
 
+/// Takes the node away and enumerates the same thing again. Null when it is gone or goes meanwhile.
+Node *PlugAndPlay::cycle(Node &node) {
+    Node *parent = nullptr;
+    {
+        const NodeClaim claim = tree_.claim(node);
+        if (!claim) {
+            return nullptr;
+        }
+        parent = static_cast<Node *>(node.parent());
+        takeAway(node, Manner::surprise);
+    }
+    return enumerate(node.hardware(), *parent);
+}
+
 void PlugAndPlay::removeDevicesOf(PDRIVER_OBJECT driver) {
     Operation operation(*this);
+    const std::u16string name(view(driver->DriverName));
     std::vector<Node *> nodes = tree_.all();
     std::reverse(nodes.begin(), nodes.end());
     for (Node *node : nodes) {
         const std::vector<std::u16string> stack = node->stack();
-        const std::u16string name(view(driver->DriverName));
-        if (std::find(stack.begin(), stack.end(), name) != stack.end() && tree_.claim(*node)) {
-            takeAway(*node, Manner::orderly, true);
+        if (std::find(stack.begin(), stack.end(), name) == stack.end()) {
+            continue;
+        }
+        if (const NodeClaim claim = tree_.claim(*node)) {
+            {
+                const std::lock_guard guard(tree_.mutex);
+                disconnectHardware(*node->hardware());
+            }
+            takeAway(*node, Manner::orderly);
         }
     }
 }
 
-/// The node is this thread's; afterwards it has left the tree. `unplugged`: the thing itself is gone too.
-void PlugAndPlay::takeAway(Node &node, Manner manner, bool unplugged) {
+/// The node is this thread's; afterwards it has left the tree.
+void PlugAndPlay::takeAway(Node &node, Manner manner) {
     takeChildrenAway(node, manner);
-    Node &parent = static_cast<Node &>(*node.parent());
     const bool running = node.started();
-    if (manner == Manner::orderly && running && inUse(node)) {
-        manner = Manner::surprise; // the I/O manager refuses to remove a device with open handles orderly
-    } else if (manner == Manner::orderly && running) {
-        const PnpResult answer =
-            sendToStack(node.physicalDevice(), IRP_MN_QUERY_REMOVE_DEVICE, "IRP_MN_QUERY_REMOVE_DEVICE");
-        if (!NT_SUCCESS(answer.status)) {
-            sendToStack(node.physicalDevice(), IRP_MN_CANCEL_REMOVE_DEVICE, "IRP_MN_CANCEL_REMOVE_DEVICE");
-            manner = Manner::surprise;
-        }
-    }
+    const bool bySurprise = running && (manner == Manner::surprise || !agreesToRemoval(node));
     node.bus->markMissing();
     if (node.busList != nullptr) {
         node.busList->drop(*node.bus);
     }
-    if (unplugged) {
-        forgetHardware(node, parent);
-    }
-    const bool bySurprise = running && manner == Manner::surprise;
     const bool removed = removeStack(node, bySurprise ? StackRemoval::surprise : StackRemoval::orderly);
     tree_.unlink(node);
     if (removed) {
         leavePlugAndPlay(node);
     }
-    tree_.release(node);
     notifyChanged(node);
+}
+
+// learn.microsoft.com: IRP_MN_QUERY_REMOVE_DEVICE. The I/O manager says no for a device with open handles.
+bool PlugAndPlay::agreesToRemoval(Node &node) {
+    {
+        const std::lock_guard guard(tree_.mutex);
+        if (hasOpenHandles(node.state.stack)) {
+            return false;
+        }
+    }
+    PDEVICE_OBJECT device = node.physicalDevice();
+    const PnpResult answer = sendToStack(device, IRP_MN_QUERY_REMOVE_DEVICE, "IRP_MN_QUERY_REMOVE_DEVICE");
+    if (!NT_SUCCESS(answer.status)) {
+        sendToStack(device, IRP_MN_CANCEL_REMOVE_DEVICE, "IRP_MN_CANCEL_REMOVE_DEVICE");
+        return false;
+    }
+    return true;
 }
 
 /// The last thing that happens to a node: Plug and Play drops the physical device object.
@@ -100,15 +126,10 @@ void PlugAndPlay::takeChildrenAway(Node &node, Manner manner) {
     }
     std::reverse(children.begin(), children.end());
     for (const auto &child : children) {
-        if (tree_.claim(*child)) {
-            takeAway(*child, manner, false);
+        if (const NodeClaim claim = tree_.claim(*child)) {
+            takeAway(*child, manner);
         }
     }
-}
-
-void PlugAndPlay::forgetHardware(Node &node, Node &parent) {
-    const std::lock_guard guard(tree_.mutex);
-    std::erase(parent.hardware()->below, node.hardware());
 }
 
 /// Takes every driver away from above the physical device object. False when an open handle postpones that.
@@ -118,7 +139,6 @@ bool PlugAndPlay::removeStack(Node &node, StackRemoval how) {
         const std::lock_guard guard(tree_.mutex);
         node.state.started = false;
         node.state.childList = nullptr;
-        node.state.busDriver.clear();
         node.state.departing = true;
     }
     if (how == StackRemoval::surprise) {
@@ -131,20 +151,14 @@ bool PlugAndPlay::removeStack(Node &node, StackRemoval how) {
     return true;
 }
 
-bool PlugAndPlay::inUse(Node &node) {
-    const std::lock_guard guard(tree_.mutex);
-    return hasOpenHandles(node.state.stack);
-}
-
 // learn.microsoft.com: IRP_MN_SURPRISE_REMOVAL: the removal waits for the last handle.
 bool PlugAndPlay::postponeRemoval(Node &node) {
     const std::lock_guard guard(tree_.mutex);
+    std::erase(postponed_, &node);
     if (!hasOpenHandles(node.state.stack)) {
         return false;
     }
-    if (std::find(postponed_.begin(), postponed_.end(), &node) == postponed_.end()) {
-        postponed_.push_back(&node);
-    }
+    postponed_.push_back(&node);
     return true;
 }
 
@@ -166,23 +180,27 @@ void PlugAndPlay::finishRemoval(Node &node) {
 }
 
 void PlugAndPlay::finishPostponedRemovals() {
-    std::vector<Node *> ready;
+    std::vector<Node *> waiting;
     {
         const std::lock_guard guard(tree_.mutex);
-        std::erase_if(postponed_, [&](Node *node) {
-            if (hasOpenHandles(node->state.stack)) {
-                return false;
-            }
-            ready.push_back(node);
-            return true;
-        });
+        waiting = postponed_;
     }
-    for (Node *node : ready) {
+    for (Node *node : waiting) {
+        const NodeClaim claim = tree_.claim(*node); // nobody else works on a node that has left the tree
+        if (!takeFromPostponed(*node)) {
+            continue;
+        }
         finishRemoval(*node);
         if (node->isGone()) {
             leavePlugAndPlay(*node);
         }
     }
+}
+
+/// True when the node's handles are closed by now; this thread then finishes its removal.
+bool PlugAndPlay::takeFromPostponed(Node &node) {
+    const std::lock_guard guard(tree_.mutex);
+    return !hasOpenHandles(node.state.stack) && std::erase(postponed_, &node) != 0;
 }
 
 } // namespace sim::machine

@@ -10,6 +10,9 @@
 namespace sim::machine {
 
 inline constexpr std::u16string_view driverService = u"TarvenholtMyrtelhavenDriver";
+/// The instance id of the root node, and the driver that makes the devices below it.
+inline constexpr std::u16string_view rootInstance = u"HTREE\\ROOT\\0";
+inline constexpr std::u16string_view rootBus = u"PnpManager";
 inline constexpr std::u16string_view servicesKey = u"\\Registry\\Machine\\System\\CurrentControlSet\\Services";
 inline constexpr std::u16string_view classesKey = u"\\Registry\\Machine\\System\\CurrentControlSet\\Control\\Class";
 inline constexpr std::u16string_view enumKey = u"\\Registry\\Machine\\System\\CurrentControlSet\\Enum";

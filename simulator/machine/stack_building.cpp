@@ -117,7 +117,6 @@ void PlugAndPlay::addSimulated(Node &node, const StackMember &member, SimulatedD
     }
     const std::lock_guard guard(tree_.mutex);
     node.state.childList = &function->children();
-    node.state.busDriver = upcase(std::u16string_view(member.service));
     node.state.interfaces.insert(node.state.interfaces.end(), interfaces.begin(), interfaces.end());
 }
 

@@ -74,8 +74,8 @@ TEST_F(DeviceAddDispatch, ADeviceOfAnUncoveredClassIsNeverAsked) {
 TEST_F(DeviceAddDispatch, TheFilterSitsBelowTheFunctionDriver) {
     start();
     sim::DeviceNode &node = plug(mouse());
-    EXPECT_EQ(node.stack(), (std::vector<std::u16string>{u"\\Driver\\USBHUB3", std::u16string(ourDriver),
-                                                         u"\\Driver\\HidUsb"}));
+    EXPECT_EQ(node.stack(),
+              (std::vector<std::u16string>{u"\\Driver\\USBHUB3", std::u16string(ourDriver), u"\\Driver\\HidUsb"}));
 }
 
 TEST_F(DeviceAddDispatch, AnUnreadableClassOnAnotherBusFailsTheAddWithoutALineOfItsOwn) {
@@ -130,7 +130,8 @@ TEST_F(DeviceAddDispatch, EmptyHardwareIdsAreNoFailure) {
 TEST_F(DeviceAddDispatch, TrailingNulsOfTheIdsDoNotCount) {
     load();
     sim::DeviceDescription node = sim::machine::controlNodeDescription();
-    node.rawProperties["HardwareId"] = {{}, bytesOf(std::u16string_view(u"Tarvenholt\\Myrtelhaven\0\0\0\0", 26)), 0x2012};
+    node.rawProperties["HardwareId"] = {
+        {}, bytesOf(std::u16string_view(u"Tarvenholt\\Myrtelhaven\0\0\0\0", 26)), 0x2012};
     EXPECT_TRUE(plug(node, &machine().rootNode()).started());
     EXPECT_NE(driverState(machine()).controlDevice, nullptr);
 }

@@ -94,10 +94,9 @@ TEST_F(DriverStart, ValueNamesAreFoundInAnyLetterCase) {
 }
 
 TEST_F(DriverStart, TheFirstLineIsWrittenFromInfoUpwards) {
-    const std::pair<std::uint32_t, bool> levels[] = {{0, false}, {1, false}, {2, false},         {3, false},
-                                                     {4, true},  {5, true},  {6, true},          {7, true},
-                                                     {100, true}, {0x7FFFFFFF, true}, {0x80000000, false},
-                                                     {0xFFFFFFFF, false}};
+    const std::pair<std::uint32_t, bool> levels[] = {
+        {0, false}, {1, false}, {2, false},  {3, false},         {4, true},           {5, true},
+        {6, true},  {7, true},  {100, true}, {0x7FFFFFFF, true}, {0x80000000, false}, {0xFFFFFFFF, false}};
     for (const auto &[level, written] : levels) {
         SCOPED_TRACE(level);
         setParameter(u"LogLevel", level);

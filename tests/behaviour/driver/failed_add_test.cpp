@@ -29,16 +29,15 @@ TEST_F(FailedAdd, AUsbDeviceThatCannotBeJudgedDoesNotStart) {
     sim::DeviceDescription device = mouse();
     device.rawProperties["CompatibleIds"] = {STATUS_ACCESS_DENIED, {}, 0};
     expectCode31(plug(device), STATUS_ACCESS_DENIED);
-    EXPECT_EQ(addOf("mouse").log,
-              lines::all(lines::created(idsOf(device)), lines::searched({"\\Driver\\USBHUB3"}),
-                         Lines{"ERROR Failed to process rules, status = 0xc0000022"}));
+    EXPECT_EQ(addOf("mouse").log, lines::all(lines::created(idsOf(device)), lines::searched({"\\Driver\\USBHUB3"}),
+                                             Lines{"ERROR Failed to process rules, status = 0xc0000022"}));
 }
 
 TEST_F(FailedAdd, AUsbDeviceWithoutAFrameworkDeviceDoesNotStart) {
     failInAdd("WdfDeviceCreate", 1, STATUS_NO_SUCH_DEVICE);
     expectCode31(plug(mouse()), STATUS_NO_SUCH_DEVICE);
-    EXPECT_EQ(addOf("mouse").log, lines::all(lines::created(idsOf(mouse())),
-                                             Lines{"ERROR Failed to create device, status = 0xc000000e"}));
+    EXPECT_EQ(addOf("mouse").log,
+              lines::all(lines::created(idsOf(mouse())), Lines{"ERROR Failed to create device, status = 0xc000000e"}));
 }
 
 TEST_F(FailedAdd, AUsbDeviceWhoseIdsCannotBeKeptDoesNotStart) {

@@ -61,11 +61,11 @@ TEST_F(LeftAlone, NeitherAddsToTheTextOfDevicesWithoutAHub) {
 
 TEST_F(LeftAlone, NothingWithOtherLettersOrOnlyALaterSuchId) {
     const std::vector<std::u16string> lists[] = {
-        {u"USB\\root_hub30"},       {u"USB\\Root_Hub"},
-        {u"USB\\XROOT_HUB"},        {u"USB\\VID_046D&PID_C077", u"USB\\ROOT_HUB30"},
-        {u"USB\\reset_failure"},    {u"usb\\RESET_FAILURE"},
-        {u"USB\\RESET_FAILURE2"},   {u"USB\\VID_046D&PID_C077", u"USB\\RESET_FAILURE"},
-        {u"RESET_FAILURE"},         {u"USB\\USB\\RESET_FAILURE"},
+        {u"USB\\root_hub30"},     {u"USB\\Root_Hub"},
+        {u"USB\\XROOT_HUB"},      {u"USB\\VID_046D&PID_C077", u"USB\\ROOT_HUB30"},
+        {u"USB\\reset_failure"},  {u"usb\\RESET_FAILURE"},
+        {u"USB\\RESET_FAILURE2"}, {u"USB\\VID_046D&PID_C077", u"USB\\RESET_FAILURE"},
+        {u"RESET_FAILURE"},       {u"USB\\USB\\RESET_FAILURE"},
     };
     for (const auto &ids : lists) {
         SCOPED_TRACE(lines::list(ids));

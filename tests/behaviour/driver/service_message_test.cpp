@@ -179,12 +179,10 @@ TEST_F(FilledMessage, SeveralInterfacesWithoutANumberStayWithoutOne) {
 }
 
 TEST_F(FilledMessage, TheInterfaceNumberIsHexadecimal) {
-    const std::pair<const char16_t *, std::uint32_t> ids[] = {{u"USB\\VID_046D&PID_C077&MI_0A", 10},
-                                                              {u"USB\\VID_046D&PID_C077&MI_fF", 255},
-                                                              {u"USB\\VID_046D&PID_C077&MI_ZZ", 0},
-                                                              {u"USB\\VID_046D&PID_C077&mi_01", 0xFFFFFFFF},
-                                                              {u"USB\\VID_046D&PID_C077&MI_1", 0xFFFFFFFF},
-                                                              {u"USB\\VID_046D&PID_C077&MI_01&X", 0xFFFFFFFF}};
+    const std::pair<const char16_t *, std::uint32_t> ids[] = {
+        {u"USB\\VID_046D&PID_C077&MI_0A", 10},        {u"USB\\VID_046D&PID_C077&MI_fF", 255},
+        {u"USB\\VID_046D&PID_C077&MI_ZZ", 0},         {u"USB\\VID_046D&PID_C077&mi_01", 0xFFFFFFFF},
+        {u"USB\\VID_046D&PID_C077&MI_1", 0xFFFFFFFF}, {u"USB\\VID_046D&PID_C077&MI_01&X", 0xFFFFFFFF}};
     for (const auto &[id, number] : ids) {
         SCOPED_TRACE(lines::utf8(id));
         sim::DeviceDescription device = keyboard();

@@ -19,10 +19,9 @@ TEST_F(UsbFilterLog, AllowedFlashDrive) {
     startWith(policy);
     plug(flashDrive());
     const auto ids = idsOf(flashDrive());
-    EXPECT_EQ(addOf("stick").log,
-              lines::all(lines::created(ids), belowRootHub(), lines::reload(policy),
-                         lines::judged(policy, ids, u"A20054F50D478A23", true), lines::removedFromRegister(ids),
-                         lines::notified(2, 2, u"Ultra")));
+    EXPECT_EQ(addOf("stick").log, lines::all(lines::created(ids), belowRootHub(), lines::reload(policy),
+                                             lines::judged(policy, ids, u"A20054F50D478A23", true),
+                                             lines::removedFromRegister(ids), lines::notified(2, 2, u"Ultra")));
 }
 
 TEST_F(UsbFilterLog, BlockedFlashDrive) {
@@ -41,11 +40,10 @@ TEST_F(UsbFilterLog, ReadOnlyFlashDrive) {
     startWith(policy);
     EXPECT_TRUE(plug(flashDrive()).started());
     const auto ids = idsOf(flashDrive());
-    EXPECT_EQ(addOf("stick").log,
-              lines::all(lines::created(ids), belowRootHub(), lines::reload(policy),
-                         lines::judged(policy, ids, u"A20054F50D478A23", false, true),
-                         Lines{"INFO Check request ReadOnlyUnlisted, result = 0"}, lines::removedFromRegister(ids),
-                         lines::notified(3, 4, u"Ultra")));
+    EXPECT_EQ(addOf("stick").log, lines::all(lines::created(ids), belowRootHub(), lines::reload(policy),
+                                             lines::judged(policy, ids, u"A20054F50D478A23", false, true),
+                                             Lines{"INFO Check request ReadOnlyUnlisted, result = 0"},
+                                             lines::removedFromRegister(ids), lines::notified(3, 4, u"Ultra")));
 }
 
 TEST_F(UsbFilterLog, ReadOnlyPhone) {
@@ -81,9 +79,8 @@ TEST_F(UsbFilterLog, MouseIsNotFilterable) {
     startWith(policy);
     EXPECT_TRUE(plug(mouse()).started());
     const auto ids = idsOf(mouse());
-    EXPECT_EQ(addOf("mouse").log,
-              lines::all(lines::created(ids), belowRootHub(), lines::reload(policy), lines::notFilterable(),
-                         lines::notified(2, 1, u"USB Optical Mouse")));
+    EXPECT_EQ(addOf("mouse").log, lines::all(lines::created(ids), belowRootHub(), lines::reload(policy),
+                                             lines::notFilterable(), lines::notified(2, 1, u"USB Optical Mouse")));
 }
 
 TEST_F(UsbFilterLog, CompositeKeyboardAndItsFunctions) {
@@ -91,9 +88,8 @@ TEST_F(UsbFilterLog, CompositeKeyboardAndItsFunctions) {
     startWith(policy);
     EXPECT_TRUE(plug(keyboard()).started());
     const sim::DeviceDescription parent = keyboard();
-    EXPECT_EQ(addOf("keyboard").log,
-              lines::all(lines::created(idsOf(parent)), belowRootHub(), lines::reload(policy), lines::notFilterable(),
-                         lines::notified(2, 1, u"USB Keyboard")));
+    EXPECT_EQ(addOf("keyboard").log, lines::all(lines::created(idsOf(parent)), belowRootHub(), lines::reload(policy),
+                                                lines::notFilterable(), lines::notified(2, 1, u"USB Keyboard")));
     for (const sim::DeviceDescription &function : parent.children) {
         EXPECT_EQ(addOf(function.name).log,
                   lines::all(lines::created(idsOf(function)),
@@ -107,9 +103,8 @@ TEST_F(UsbFilterLog, HubBelowTheRootHub) {
     startWith(policy);
     const sim::DeviceDescription hub = sim::usbHub("hub", {0x05E3, 0x0610, 0x9304, u"GenesysLogic", u"USB2.1 Hub", {}});
     EXPECT_TRUE(plug(hub).started());
-    EXPECT_EQ(addOf("hub").log,
-              lines::all(lines::created(idsOf(hub)), belowRootHub(), lines::reload(policy), lines::notFilterable(),
-                         lines::notified(2, 1, u"USB2.1 Hub")));
+    EXPECT_EQ(addOf("hub").log, lines::all(lines::created(idsOf(hub)), belowRootHub(), lines::reload(policy),
+                                           lines::notFilterable(), lines::notified(2, 1, u"USB2.1 Hub")));
 }
 
 TEST_F(UsbFilterLog, WithoutControlDeviceNobodyIsNotified) {

@@ -18,12 +18,9 @@ class UsbPort : public DriverTest {
     }
     /// A device with a function below that has these ids.
     static sim::DeviceDescription parentOf(std::u16string service, std::vector<std::u16string> functionIds) {
-        sim::DeviceDescription device =
-            sim::usbCompositeDevice("parent", {0x1234, 0x5678, 0x0100, u"Maker", u"Whole device", u"77"},
-                                    {{"function",
-                                      {0x03, 0x01, 0x01},
-                                      u"HidUsb",
-                                      std::u16string(sim::machine::setup::humanInterface.guid)}});
+        sim::DeviceDescription device = sim::usbCompositeDevice(
+            "parent", {0x1234, 0x5678, 0x0100, u"Maker", u"Whole device", u"77"},
+            {{"function", {0x03, 0x01, 0x01}, u"HidUsb", std::u16string(sim::machine::setup::humanInterface.guid)}});
         device.compatibleIds = {u"USB\\DevClass_00"};
         device.service = std::move(service);
         device.children[0].hardwareIds = std::move(functionIds);

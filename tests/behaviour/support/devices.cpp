@@ -31,8 +31,8 @@ sim::DeviceDescription keyboard() {
 
 sim::DeviceDescription camera() {
     sim::DeviceDescription device =
-        sim::usbDevice("camera", {0x04A9, 0x31BF, 0x0002, u"Canon Inc.", u"Digital Camera", u"1234"}, {0x06, 0x01, 0x01},
-                       u"WUDFRd", std::u16string(setup::portable.guid));
+        sim::usbDevice("camera", {0x04A9, 0x31BF, 0x0002, u"Canon Inc.", u"Digital Camera", u"1234"},
+                       {0x06, 0x01, 0x01}, u"WUDFRd", std::u16string(setup::portable.guid));
     device.security = usualSecurity;
     return device;
 }

@@ -99,6 +99,12 @@ void DriverTest::unload() {
     machine().unloadDriver();
 }
 
+void DriverTest::unplug(std::string_view device) {
+    if (sim::DeviceNode *node = machine().find(device)) {
+        machine().unplug(*node);
+    }
+}
+
 Lines DriverTest::allLines() {
     kernel().workers.settle();
     Lines lines;
@@ -142,6 +148,13 @@ void DriverTest::failInAdd(std::string routine, std::uint64_t nth, std::optional
     armedForAdd_ = true;
 }
 
+void DriverTest::failNthInAdd(std::uint64_t nth) {
+    kernel().faults.arm(false);
+    kernel().faults.clear();
+    kernel().faults.failNth(nth, false);
+    armedForAdd_ = true;
+}
+
 void DriverTest::failCall(std::string routine, std::uint64_t nth, std::optional<NTSTATUS> status, bool andAllAfter) {
     kernel().faults.clear();
     kernel().faults.failNamed(std::move(routine), nth, status, andAllAfter);
@@ -173,6 +186,7 @@ void DriverTest::addStarting(sim::DeviceNode &) {
 
 void DriverTest::addFinished(const sim::AddReport &report) {
     if (armedForAdd_) {
+        fallibleCalls = kernel().faults.callsSeen();
         endFailures();
     }
     Add add;

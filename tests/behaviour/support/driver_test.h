@@ -52,10 +52,11 @@ class DriverTest : public testing::Test, protected sim::MachineObserver {
     void setParameter(std::u16string_view name, std::uint32_t type, std::vector<std::uint8_t> data);
     void apply(const Policy &policy);
 
-    void load();                ///< and forgets the lines that this logs
-    sim::DeviceNode &start();   ///< loads, plugs the control node, forgets the lines
+    void load();              ///< and forgets the lines that this logs
+    sim::DeviceNode &start(); ///< loads, plugs the control node, forgets the lines
     sim::DeviceNode &plug(sim::DeviceDescription device, sim::DeviceNode *parent = nullptr);
     void unload();
+    void unplug(std::string_view device); ///< if it is there
 
     /// Lines that were logged since the last call.
     Lines takeLog();
@@ -68,6 +69,9 @@ class DriverTest : public testing::Test, protected sim::MachineObserver {
     /// beginning of the add.
     void failInAdd(std::string routine, std::uint64_t nth = 1, std::optional<NTSTATUS> status = {},
                    bool andAllAfter = false);
+    /// Fails the nth fallible call of the next add, whatever it is.
+    void failNthInAdd(std::uint64_t nth);
+    std::uint64_t fallibleCalls = 0; ///< of the latest add that was to fail
     /// Fails the nth call of the routine from now on, whoever makes it.
     void failCall(std::string routine, std::uint64_t nth = 1, std::optional<NTSTATUS> status = {},
                   bool andAllAfter = false);

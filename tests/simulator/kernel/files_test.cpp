@@ -328,7 +328,7 @@ TEST_F(FolderTest, deletionDuringAScan) {
 TEST_F(FolderTest, badArguments) {
     EXPECT_EQ(next(u"*", 15), STATUS_INFO_LENGTH_MISMATCH);
     EXPECT_EQ(ZwQueryDirectoryFile(folder, nullptr, nullptr, nullptr, &status, buffer, 272,
-                                   static_cast<FILE_INFORMATION_CLASS>(99), TRUE, nullptr, FALSE),
+                                   static_cast<FILE_INFORMATION_CLASS>(30), TRUE, nullptr, FALSE),
               STATUS_INVALID_INFO_CLASS);
     EXPECT_EQ(stoppedBy([this] {
                   ZwQueryDirectoryFile(folder, nullptr, nullptr, nullptr, &status, buffer, 272, FileNamesInformation,

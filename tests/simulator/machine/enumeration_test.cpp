@@ -119,6 +119,21 @@ TEST(Enumeration, RefusesContradictions) {
     EXPECT_THROW(machine.plug(longText), std::invalid_argument);
 }
 
+TEST(Enumeration, RefusesDevicesThatNobodyCouldReport) {
+    Machine machine;
+    DeviceDescription raw = usbVendorDevice("raw", {0x1234, 0x5678});
+    raw.service.reset();
+    raw.children.push_back(usbVendorDevice("below", {0x1234, 0x9999}));
+    EXPECT_THROW(machine.plug(raw), std::invalid_argument);
+    EXPECT_EQ(machine.find("raw"), nullptr);
+    raw.children[0].busDriver = u"SomeBus";
+    machine.plug(raw);
+    EXPECT_EQ(machine.find("below")->stack().front(), u"\\Driver\\SomeBus");
+    DeviceDescription badSecurity = usbVendorDevice("bad", {0x1234, 0x5679});
+    badSecurity.security = "nonsense";
+    EXPECT_THROW(machine.plug(badSecurity), std::invalid_argument);
+}
+
 TEST(Enumeration, AnyDriverMayOwnADevice) {
     Machine machine;
     DeviceDescription description = usbVendorDevice("tunnelled", {0x1234, 0x5678});

@@ -76,6 +76,25 @@ TEST_F(Removal, AnOpenHandlePostponesIt) {
     EXPECT_TRUE(again.started());
 }
 
+TEST_F(Removal, ADisabledDeviceInUseIsFinishedWhenItIsPulledOut) {
+    machine.rootHub();
+    driver.deviceState = PNP_DEVICE_DISABLED;
+    PDEVICE_OBJECT device = nullptr;
+    driver.onAdd = [&](PDEVICE_OBJECT physical) {
+        device = physical;
+        ++physical->ReferenceCount;
+    };
+    DeviceNode &node = machine.plug(usbVendorDevice("vendor", {1, 1, 1, u"", u"", u"A"}));
+    EXPECT_EQ(node.problemCode(), 29U);
+    EXPECT_EQ(node.stack().size(), 3U); // the removal waits for the handle
+    machine.unplug(node);
+    EXPECT_EQ(machine.find("vendor"), nullptr);
+    driver.clear();
+    --device->ReferenceCount;
+    machine.settle();
+    EXPECT_EQ(leaving(), (std::vector<std::string>{"remove USB\\VID_0001&PID_0001\\A"}));
+}
+
 TEST_F(Removal, UnloadRemovesOrderlyAndCallsUnload) {
     machine.plug(usbVendorDevice("vendor", {1, 1, 1, u"", u"", u"A"}));
     machine.plug(usbBluetoothAdapter("bluetooth", {2, 2, 1, u"", u"", u"B"}), &machine.hostController());

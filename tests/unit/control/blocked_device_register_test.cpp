@@ -144,11 +144,11 @@ TEST_F(BlockedDevicesLog, TellsWhatIsDone) {
     EXPECT_FALSE(contains(u"USB\\A"));
     remove(u"usb\\a");
     blocked.releaseAll();
-    EXPECT_THAT(takeLines(),
-                ElementsAre(std::string("INFO Add blocked device, device object = 0xffff800012345670, "
-                                        "hardwareIds = USB\\A\0USB\\B",
-                                        86),
-                            "INFO Remove blocked device, hardwareIds = usb\\a", "INFO Release blocked devices resources"));
+    EXPECT_THAT(takeLines(), ElementsAre(std::string("INFO Add blocked device, device object = 0xffff800012345670, "
+                                                     "hardwareIds = USB\\A\0USB\\B",
+                                                     86),
+                                         "INFO Remove blocked device, hardwareIds = usb\\a",
+                                         "INFO Release blocked devices resources"));
 }
 
 TEST_F(BlockedDevicesLog, TellsWhatFailed) {

@@ -18,7 +18,8 @@ TEST_F(CompositeDevice, IsKnownByItsIdOnAnyBus) {
 }
 
 TEST_F(CompositeDevice, CompatibleIdCountsInCapitalsOnlyAndAsAWhole) {
-    for (const std::u16string_view id : {u"USB\\composite", u"USB\\Composite", u"USB\\COMPOSITE2", u"USB\\X\\COMPOSITE"}) {
+    for (const std::u16string_view id :
+         {u"USB\\composite", u"USB\\Composite", u"USB\\COMPOSITE2", u"USB\\X\\COMPOSITE"}) {
         properties.compatibleIds = list({id});
         EXPECT_FALSE(isCompositeDevice(device)) << sim::toUtf8(id);
     }

@@ -116,10 +116,9 @@ INSTANTIATE_TEST_SUITE_P(Identifiers, IdWithoutBus,
                                          StripCase{u"USB\\COMPOSITE", "COMPOSITE"},
                                          StripCase{u"USB\\VID_0781&PID_5567&REV_0100", "VID_0781&PID_5567&REV_0100"},
                                          StripCase{u"A\\B\\C", "B\\C"}, StripCase{u"A\\\\B", "\\B"},
-                                         StripCase{u"A\\", ""}, StripCase{u"USB\\", ""},
-                                         StripCase{u"\\B", "\\B"}, StripCase{u"\\", "\\"},
-                                         StripCase{u"\\A\\B", "\\A\\B"}, StripCase{u"NOBUS", "NOBUS"},
-                                         StripCase{u"", ""}));
+                                         StripCase{u"A\\", ""}, StripCase{u"USB\\", ""}, StripCase{u"\\B", "\\B"},
+                                         StripCase{u"\\", "\\"}, StripCase{u"\\A\\B", "\\A\\B"},
+                                         StripCase{u"NOBUS", "NOBUS"}, StripCase{u"", ""}));
 
 struct InterfaceCase {
     std::u16string_view hardwareIds;

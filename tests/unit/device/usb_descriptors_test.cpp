@@ -41,8 +41,8 @@ class HubStandIn {
         auto *bytes = static_cast<UCHAR *>(input->u.BufferType.Buffer);
         const ULONG count = input->u.BufferType.Length;
         const bool bothWays = input->Type == WdfMemoryDescriptorTypeBuffer &&
-                              output->Type == WdfMemoryDescriptorTypeBuffer &&
-                              output->u.BufferType.Buffer == bytes && output->u.BufferType.Length == count;
+                              output->Type == WdfMemoryDescriptorTypeBuffer && output->u.BufferType.Buffer == bytes &&
+                              output->u.BufferType.Length == count;
         current->requests.push_back({code, {bytes, bytes + count}, bothWays});
         return current->answer(code, bytes);
     }

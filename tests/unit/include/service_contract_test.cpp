@@ -36,18 +36,26 @@ TEST(ServiceContract, ControlCodesHaveTheirValues) {
 TEST(ServiceContract, MessageIsPacked) {
     EXPECT_EQ(sizeof(ServiceMessage), 1474u);
     EXPECT_EQ(alignof(ServiceMessage), 1u);
-    const std::size_t offsets[] = {
-        offsetof(ServiceMessage, requestId),       offsetof(ServiceMessage, deviceType),
-        offsetof(ServiceMessage, mode),            offsetof(ServiceMessage, vendorId),
-        offsetof(ServiceMessage, productId),       offsetof(ServiceMessage, release),
-        offsetof(ServiceMessage, serialNumber),    offsetof(ServiceMessage, classCode),
-        offsetof(ServiceMessage, subclassCode),    offsetof(ServiceMessage, protocolCode),
-        offsetof(ServiceMessage, deviceName),      offsetof(ServiceMessage, manufacturer),
-        offsetof(ServiceMessage, interfaceNumber), offsetof(ServiceMessage, interfaceCount),
-        offsetof(ServiceMessage, filterable),      offsetof(ServiceMessage, ruleType),
-        offsetof(ServiceMessage, reserved),        offsetof(ServiceMessage, description),
-        offsetof(ServiceMessage, identity)};
-    const std::size_t expected[] = {0,   8,   12,  16,   20,   24,   280,  536,  540, 544,
+    const std::size_t offsets[] = {offsetof(ServiceMessage, requestId),
+                                   offsetof(ServiceMessage, deviceType),
+                                   offsetof(ServiceMessage, mode),
+                                   offsetof(ServiceMessage, vendorId),
+                                   offsetof(ServiceMessage, productId),
+                                   offsetof(ServiceMessage, release),
+                                   offsetof(ServiceMessage, serialNumber),
+                                   offsetof(ServiceMessage, classCode),
+                                   offsetof(ServiceMessage, subclassCode),
+                                   offsetof(ServiceMessage, protocolCode),
+                                   offsetof(ServiceMessage, deviceName),
+                                   offsetof(ServiceMessage, manufacturer),
+                                   offsetof(ServiceMessage, interfaceNumber),
+                                   offsetof(ServiceMessage, interfaceCount),
+                                   offsetof(ServiceMessage, filterable),
+                                   offsetof(ServiceMessage, ruleType),
+                                   offsetof(ServiceMessage, reserved),
+                                   offsetof(ServiceMessage, description),
+                                   offsetof(ServiceMessage, identity)};
+    const std::size_t expected[] = {0,   8,   12,   16,   20,   24,   280,  536,  540, 544,
                                     548, 804, 1060, 1064, 1068, 1069, 1073, 1074, 1274};
     EXPECT_TRUE(std::equal(std::begin(offsets), std::end(offsets), std::begin(expected), std::end(expected)));
 }

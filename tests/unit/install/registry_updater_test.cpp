@@ -100,10 +100,9 @@ TEST_F(RegistryUpdater, AddAfterRemoveOfEverythingWorks) {
 
 TEST_F(RegistryUpdater, TellsWhatItDoes) {
     EXPECT_EQ(add(), STATUS_SUCCESS);
-    EXPECT_THAT(takeLines(),
-                ElementsAre("INFO RegistryUpdater doRegistryMultiString, name = LowerFilters, value = "
-                            "TarvenholtMyrtelhavenDriver, path = " +
-                            keyText));
+    EXPECT_THAT(takeLines(), ElementsAre("INFO RegistryUpdater doRegistryMultiString, name = LowerFilters, value = "
+                                         "TarvenholtMyrtelhavenDriver, path = " +
+                                         keyText));
 }
 
 TEST_F(RegistryUpdater, ValueOfAnotherTypeStaysAsItIs) {
@@ -138,7 +137,8 @@ TEST_F(RegistryUpdater, EveryFailingStepIsToldAndLeavesTheListAsItWas) {
     const List before = {u"first"};
     setLogLevel(static_cast<LONG>(LogLevel::error));
     const FailingStep steps[] = {
-        {"WdfRegistryCreateKey", {"ERROR RegistryUpdater failed to create multistring in registry, status = 0xc000009a"}},
+        {"WdfRegistryCreateKey",
+         {"ERROR RegistryUpdater failed to create multistring in registry, status = 0xc000009a"}},
         {"WdfCollectionCreate", {"ERROR RegistryUpdater failed to create collection, status = 0xc000009a"}},
         {"WdfRegistryQueryMultiString", {"ERROR RegistryUpdater failed to query multistring, status = 0xc000009a"}},
         {"WdfStringCreate",
@@ -188,8 +188,9 @@ TEST_F(ClassFilterLists, EachListIsAnnouncedInOrder) {
     const std::vector<std::string> lines = takeLines();
     ASSERT_EQ(lines.size(), 18u);
     for (std::size_t index = 0; index < 9; ++index) {
-        const std::string details = "name = " + utf8(classFilters[index].valueName) +
-                                    ", value = TarvenholtMyrtelhavenDriver, path = " + utf8(classFilters[index].keyPath);
+        const std::string details =
+            "name = " + utf8(classFilters[index].valueName) +
+            ", value = TarvenholtMyrtelhavenDriver, path = " + utf8(classFilters[index].keyPath);
         EXPECT_EQ(lines[2 * index], "INFO RegistryUpdater addRegistryMultiString, " + details);
         EXPECT_EQ(lines[2 * index + 1], "INFO RegistryUpdater doRegistryMultiString, " + details);
     }

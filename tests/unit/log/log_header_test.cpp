@@ -77,9 +77,17 @@ TEST_F(LogHeader, NumbersBehindItAreDecimalAndHaveNoWidth) {
 }
 
 TEST_F(LogHeader, EveryLevelHasItsName) {
-    const std::pair<LONG, const char *> names[] = {{0, "NONE"},    {1, "FATAL"},     {2, "ERROR"},        {3, "WARN"},
-                                                   {4, "INFO"},    {5, "DEBUG"},     {6, "VERB"},         {7, "UNKNOWN"},
-                                                   {-1, "UNKNOWN"}, {100, "UNKNOWN"}, {0x7FFFFFFF, "UNKNOWN"}};
+    const std::pair<LONG, const char *> names[] = {{0, "NONE"},
+                                                   {1, "FATAL"},
+                                                   {2, "ERROR"},
+                                                   {3, "WARN"},
+                                                   {4, "INFO"},
+                                                   {5, "DEBUG"},
+                                                   {6, "VERB"},
+                                                   {7, "UNKNOWN"},
+                                                   {-1, "UNKNOWN"},
+                                                   {100, "UNKNOWN"},
+                                                   {0x7FFFFFFF, "UNKNOWN"}};
     for (const auto &[number, name] : names) {
         const auto level = static_cast<LogLevel>(number);
         const std::u16string_view levelName(reinterpret_cast<const char16_t *>(logLevelName(level)));

@@ -40,14 +40,13 @@ Append with(LogStream &(LogStream::*append)(Value), std::remove_cvref_t<Value> v
     return [=](LogStream &stream) { (stream.*append)(value); };
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Zero, LogNumbers,
-    testing::Values(NumberCase{"unsigned 64", with(&LogStream::appendUnsigned64, 0), "0", "0"},
-                    NumberCase{"unsigned 32", with(&LogStream::appendUnsigned32, 0), "0", "0"},
-                    NumberCase{"unsigned 16", with(&LogStream::appendUnsigned16, 0), "0", "0"},
-                    NumberCase{"signed 16", with(&LogStream::appendSigned16, 0), "0", "0"},
-                    NumberCase{"signed 32", with(&LogStream::appendSigned32, 0), "0", "0"},
-                    NumberCase{"status", with(&LogStream::appendStatus, 0), "0", "0"}));
+INSTANTIATE_TEST_SUITE_P(Zero, LogNumbers,
+                         testing::Values(NumberCase{"unsigned 64", with(&LogStream::appendUnsigned64, 0), "0", "0"},
+                                         NumberCase{"unsigned 32", with(&LogStream::appendUnsigned32, 0), "0", "0"},
+                                         NumberCase{"unsigned 16", with(&LogStream::appendUnsigned16, 0), "0", "0"},
+                                         NumberCase{"signed 16", with(&LogStream::appendSigned16, 0), "0", "0"},
+                                         NumberCase{"signed 32", with(&LogStream::appendSigned32, 0), "0", "0"},
+                                         NumberCase{"status", with(&LogStream::appendStatus, 0), "0", "0"}));
 INSTANTIATE_TEST_SUITE_P(
     Positive, LogNumbers,
     testing::Values(NumberCase{"one digit", with(&LogStream::appendUnsigned32, 9), "9", "9"},

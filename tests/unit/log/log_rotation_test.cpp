@@ -132,8 +132,7 @@ class FailingLogRotation : public LogRotation {
 
 TEST_F(FailingLogRotation, InTheMiddleOfTheListingDeletesNothing) {
     for (std::uint64_t call = 1; call <= 6; ++call) {
-        EXPECT_EQ(whileFailing("ZwQueryDirectoryFile", call, [&] { return rotate(); }),
-                  STATUS_INSUFFICIENT_RESOURCES);
+        EXPECT_EQ(whileFailing("ZwQueryDirectoryFile", call, [&] { return rotate(); }), STATUS_INSUFFICIENT_RESOURCES);
         EXPECT_THAT(files(), ElementsAreArray(fiveFiles));
     }
 }

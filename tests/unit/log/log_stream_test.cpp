@@ -72,8 +72,7 @@ INSTANTIATE_TEST_SUITE_P(FirstAppend, LogStreamGrowth,
                                          GrowthCase{0, 3000, 6002}));
 INSTANTIATE_TEST_SUITE_P(LaterAppend, LogStreamGrowth,
                          testing::Values(GrowthCase{2000, 46, 2048}, GrowthCase{2000, 48, (2048 + 48 + 1) * 2},
-                                         GrowthCase{2, 3000, (2048 + 3000 + 1) * 2},
-                                         GrowthCase{3000, 3000, 6002},
+                                         GrowthCase{2, 3000, (2048 + 3000 + 1) * 2}, GrowthCase{3000, 3000, 6002},
                                          GrowthCase{3000, 3002, (6002 + 3002 + 1) * 2}));
 
 TEST_F(LogStreams, GrowthKeepsTheTextAndEndsItWithZeros) {

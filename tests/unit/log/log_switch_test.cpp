@@ -77,8 +77,8 @@ TEST_F(LogSwitch, KeepsThreeFiles) {
         writeLine(tenBytes);
         nextSecond();
     }
-    EXPECT_THAT(kernel.files.tempFiles(), ElementsAre(logFileName(startSecond + 2), logFileName(startSecond + 3),
-                                                      logFileName(startSecond + 4)));
+    EXPECT_THAT(kernel.files.tempFiles(),
+                ElementsAre(logFileName(startSecond + 2), logFileName(startSecond + 3), logFileName(startSecond + 4)));
 }
 
 TEST_F(LogSwitch, FailingRotationChangesNothingForTheWriter) {

@@ -100,9 +100,12 @@ TEST_F(LogEncoding, IsUtf8WithoutByteOrderMark) {
 }
 
 TEST_F(LogEncoding, LoneSurrogatesBecomeReplacementCharacters) {
-    writeLine(u"a\xD800" u"b\xDC00" u"c\xDC00\xD800");
-    EXPECT_EQ(fileOf(startSecond),
-              "a\xEF\xBF\xBD" "b\xEF\xBF\xBD" "c\xEF\xBF\xBD\xEF\xBF\xBD\r\n");
+    writeLine(u"a\xD800"
+              u"b\xDC00"
+              u"c\xDC00\xD800");
+    EXPECT_EQ(fileOf(startSecond), "a\xEF\xBF\xBD"
+                                   "b\xEF\xBF\xBD"
+                                   "c\xEF\xBF\xBD\xEF\xBF\xBD\r\n");
 }
 
 TEST_F(LogEncoding, NulsAreKept) {

@@ -10,12 +10,14 @@ namespace {
 
 // Members stand in the order in which they are described, so that a memory dump can be read by the description.
 static_assert(offsetof(Logger, ioObject) < offsetof(Logger, lock) && offsetof(Logger, lock) < offsetof(Logger, file) &&
-              offsetof(Logger, file) < offsetof(Logger, written) && offsetof(Logger, written) < offsetof(Logger, level) &&
+              offsetof(Logger, file) < offsetof(Logger, written) &&
+              offsetof(Logger, written) < offsetof(Logger, level) &&
               offsetof(Logger, level) < offsetof(Logger, sizeLimit) &&
               offsetof(Logger, sizeLimit) < offsetof(Logger, fileLimit) &&
               offsetof(Logger, fileLimit) < offsetof(Logger, extension) &&
               offsetof(Logger, extension) < offsetof(Logger, prefix) &&
-              offsetof(Logger, prefix) < offsetof(Logger, directory) && offsetof(Logger, directory) < offsetof(Logger, name));
+              offsetof(Logger, prefix) < offsetof(Logger, directory) &&
+              offsetof(Logger, directory) < offsetof(Logger, name));
 
 class OpenedLogger : public KernelTest {
   protected:

@@ -59,9 +59,9 @@ TEST_F(DwordValue, MissingValueLeavesTheTargetAsItWas) {
 TEST_F(DwordValue, OtherTypesAreRefusedWithoutTouchingTheTarget) {
     const std::vector<std::uint8_t> fourBytes = {1, 0, 0, 0};
     const std::pair<ULONG, std::vector<std::uint8_t>> others[] = {
-        {REG_BINARY, fourBytes},           {REG_SZ, bytesOf(std::u16string_view(u"7\0", 2))},
-        {REG_EXPAND_SZ, fourBytes},        {REG_MULTI_SZ, bytesOf(std::u16string_view(u"7\0\0", 3))},
-        {5 /* big-endian */, fourBytes},   {11 /* 64-bit */, {1, 0, 0, 0, 0, 0, 0, 0}},
+        {REG_BINARY, fourBytes},         {REG_SZ, bytesOf(std::u16string_view(u"7\0", 2))},
+        {REG_EXPAND_SZ, fourBytes},      {REG_MULTI_SZ, bytesOf(std::u16string_view(u"7\0\0", 3))},
+        {5 /* big-endian */, fourBytes}, {11 /* 64-bit */, {1, 0, 0, 0, 0, 0, 0, 0}},
         {11 /* 64-bit */, fourBytes}};
     for (const auto &[type, data] : others) {
         put(type, data);
@@ -97,12 +97,12 @@ SeenQuery seen;
 NTSTATUS NTAPI standIn(ULONG relativeTo, PCWSTR path, PRTL_QUERY_REGISTRY_TABLE table, PVOID context,
                        PVOID environment) {
     seen = {relativeTo, reinterpret_cast<const char16_t *>(path), {table[0], table[1]}, context, environment};
-    return STATUS_REGISTRY_CORRUPT;
+    return STATUS_DELETE_PENDING;
 }
 
 TEST_F(DwordValue, IsAskedForThroughTheExRoutineWhereTheSystemHasIt) {
     kernel.systemRoutines[u"RtlQueryRegistryValuesEx"] = reinterpret_cast<void *>(standIn);
-    EXPECT_EQ(query(), STATUS_REGISTRY_CORRUPT) << "the routine's status is returned as it stands";
+    EXPECT_EQ(query(), STATUS_DELETE_PENDING) << "the routine's status is returned as it stands";
     EXPECT_EQ(seen.relativeTo, static_cast<ULONG>(RTL_REGISTRY_ABSOLUTE));
     EXPECT_EQ(seen.path, parametersKey);
     EXPECT_EQ(seen.context, nullptr);

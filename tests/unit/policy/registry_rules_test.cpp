@@ -40,9 +40,8 @@ class RegistryRules : public FrameworkTest {
         return withKey([this](WDFKEY key) { return queryMultiStringKey(valueName, key, rules); });
     }
     NTSTATUS readString(std::u16string_view defaultRules = {}, bool appendWildcard = false) {
-        return withKey([&](WDFKEY key) {
-            return queryStringKey(valueName, key, rules, Text(defaultRules), appendWildcard);
-        });
+        return withKey(
+            [&](WDFKEY key) { return queryStringKey(valueName, key, rules, Text(defaultRules), appendWildcard); });
     }
     std::vector<std::string> texts() { return textsOf(rules); }
 
@@ -108,8 +107,7 @@ TEST_F(MultiStringRules, FirstRuleThatFailsEndsTheReadingAndKeepsTheOnesBefore) 
 TEST_F(MultiStringRules, WithoutACollectionTheReadingFails) {
     kernel.registry.setMultiString(parametersKey, u"Rules", {u"vid_1"});
     setLogLevel(static_cast<LONG>(LogLevel::error));
-    EXPECT_EQ(whileFailing("WdfCollectionCreate", 1, [&] { return readMultiString(); }),
-              STATUS_INSUFFICIENT_RESOURCES);
+    EXPECT_EQ(whileFailing("WdfCollectionCreate", 1, [&] { return readMultiString(); }), STATUS_INSUFFICIENT_RESOURCES);
     EXPECT_THAT(takeLines(), ElementsAre("ERROR Failed to create a collection, status = 0xc000009a"));
 }
 
@@ -175,10 +173,10 @@ TEST_F(StringRules, ValueWithoutDataTakesTheDefault) {
     put(REG_SZ, {});
     EXPECT_EQ(readString(u"A B"), STATUS_SUCCESS);
     EXPECT_THAT(texts(), ElementsAre("A", "B"));
-    EXPECT_THAT(takeLines(), ElementsAre("INFO Query string key, parameter = Rules",
-                                         "INFO Rules in registry is empty, use default value = A B",
-                                         "INFO putIdToContainerWithSerial rule = A",
-                                         "INFO putIdToContainerWithSerial rule = B"));
+    EXPECT_THAT(takeLines(),
+                ElementsAre("INFO Query string key, parameter = Rules",
+                            "INFO Rules in registry is empty, use default value = A B",
+                            "INFO putIdToContainerWithSerial rule = A", "INFO putIdToContainerWithSerial rule = B"));
 }
 
 TEST_F(StringRules, ValueOfOneByteTakesTheDefaultToo) {

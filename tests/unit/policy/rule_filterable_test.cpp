@@ -35,16 +35,18 @@ INSTANTIATE_TEST_SUITE_P(WildcardsDoNotIgnoreCase, Filterable,
                                          FilterableCase{u"class_??", u"USB\\class_08", false},
                                          FilterableCase{u"MS_COMP_*", u"USB\\MS_COMP_MTP", true},
                                          FilterableCase{u"*", u"USB\\Class_08", true}));
-INSTANTIATE_TEST_SUITE_P(SeveralIdsAndRules, Filterable,
-                         testing::Values(FilterableCase{u"Class_06 Class_08", multiSz({u"USB\\Class_03", u"USB\\Class_08"}), true},
-                                         FilterableCase{u"Class_06 Class_08", multiSz({u"USB\\Class_03", u"USB\\Class_09"}), false},
-                                         FilterableCase{u"Class_06", multiSz({u"USB\\Class_06", u""}), true}));
+INSTANTIATE_TEST_SUITE_P(
+    SeveralIdsAndRules, Filterable,
+    testing::Values(FilterableCase{u"Class_06 Class_08", multiSz({u"USB\\Class_03", u"USB\\Class_08"}), true},
+                    FilterableCase{u"Class_06 Class_08", multiSz({u"USB\\Class_03", u"USB\\Class_09"}), false},
+                    FilterableCase{u"Class_06", multiSz({u"USB\\Class_06", u""}), true}));
 INSTANTIATE_TEST_SUITE_P(UnusualIds, Filterable,
                          testing::Values(FilterableCase{u"Class_08", u"", false}, FilterableCase{u"*", u"", false},
                                          FilterableCase{u"*", u"USB\\", false},
                                          FilterableCase{u"\\Class_08", u"\\Class_08", true},
                                          FilterableCase{u"Class_08", u"\\Class_08", false},
-                                         FilterableCase{u"B\\C", u"A\\B\\C", true}, FilterableCase{u"", u"USB\\X", false}));
+                                         FilterableCase{u"B\\C", u"A\\B\\C", true},
+                                         FilterableCase{u"", u"USB\\X", false}));
 
 class FilterableList : public RuleStorageTest<RuleStorage> {
   protected:

@@ -23,18 +23,17 @@ TEST_F(RuleLoading, ReadsEachValueAsAListAndFailingThatAsText) {
     putList(allowedValue, {u"VID_1"});
     putString(readOnlyValue, u"VID_2 VID_3");
     EXPECT_EQ(storage.reload(), STATUS_SUCCESS);
-    EXPECT_THAT(takeLines(), ElementsAre("INFO Release the rule storage resources",
-                                         "INFO Query multistring key, parameter = BlockedCompatibleIds",
-                                         "INFO Value type in registry is not multistring",
-                                         "INFO Query string key, parameter = BlockedCompatibleIds",
-                                         "INFO putIdToContainerWithSerial rule = Class_08",
-                                         "INFO Query multistring key, parameter = AllowedHardwareIds",
-                                         "INFO putIdToContainerWithSerial rule = VID_1",
-                                         "INFO Query multistring key, parameter = ReadOnlyHardwareIds",
-                                         "INFO Value type in registry is not multistring",
-                                         "INFO Query string key, parameter = ReadOnlyHardwareIds",
-                                         "INFO putIdToContainerWithSerial rule = VID_2",
-                                         "INFO putIdToContainerWithSerial rule = VID_3"));
+    EXPECT_THAT(
+        takeLines(),
+        ElementsAre(
+            "INFO Release the rule storage resources", "INFO Query multistring key, parameter = BlockedCompatibleIds",
+            "INFO Value type in registry is not multistring", "INFO Query string key, parameter = BlockedCompatibleIds",
+            "INFO putIdToContainerWithSerial rule = Class_08",
+            "INFO Query multistring key, parameter = AllowedHardwareIds",
+            "INFO putIdToContainerWithSerial rule = VID_1",
+            "INFO Query multistring key, parameter = ReadOnlyHardwareIds",
+            "INFO Value type in registry is not multistring", "INFO Query string key, parameter = ReadOnlyHardwareIds",
+            "INFO putIdToContainerWithSerial rule = VID_2", "INFO putIdToContainerWithSerial rule = VID_3"));
     EXPECT_TRUE(isBlocked(u"USB\\Class_08"));
     EXPECT_TRUE(isAllowed(u"USB\\VID_1"));
     EXPECT_TRUE(isReadOnly(u"USB\\VID_2"));
@@ -56,8 +55,8 @@ TEST_F(RuleLoading, BlockedTextGainsNoWildcardAndTheOthersDo) {
 TEST_F(RuleLoading, BlockedTextWithoutDataIsTheDefaultList) {
     kernel.registry.setValue(parametersKey, blockedValue, REG_SZ, {});
     EXPECT_EQ(reloadSilently(), STATUS_OBJECT_NAME_NOT_FOUND) << "the other two are missing";
-    for (const char16_t *id : {u"USB\\Class_e0", u"USB\\Class_ff", u"USB\\Class_0b", u"USB\\Class_06",
-                               u"USB\\Class_08", u"USB\\MS_COMP_MTP", u"USB\\MS_COMP_PTP"}) {
+    for (const char16_t *id : {u"USB\\Class_e0", u"USB\\Class_ff", u"USB\\Class_0b", u"USB\\Class_06", u"USB\\Class_08",
+                               u"USB\\MS_COMP_MTP", u"USB\\MS_COMP_PTP"}) {
         EXPECT_TRUE(isBlocked(id)) << sim::toUtf8(id);
     }
     EXPECT_FALSE(isBlocked(u"USB\\Class_03"));

@@ -60,19 +60,18 @@ INSTANTIATE_TEST_SUITE_P(RuleWithSerial, RuleMatching,
                                          MatchingCase{u"VID_1&PID_2\\", u"USB\\VID_1&PID_2", u"A", false},
                                          MatchingCase{u"VID_1&PID_2\\A*C", u"USB\\VID_1&PID_2", u"a1c", true},
                                          MatchingCase{u"VID_?&PID_2\\A", u"USB\\VID_9&PID_2", u"A", true}));
-INSTANTIATE_TEST_SUITE_P(SeveralIds, RuleMatching,
-                         testing::Values(MatchingCase{u"VID_1", multiSz({u"USB\\VID_1&REV_1", u"USB\\VID_1"}), u"S", true},
-                                         MatchingCase{u"VID_1&REV_1", multiSz({u"USB\\VID_1&REV_1", u"USB\\VID_1"}), u"S", true},
-                                         MatchingCase{u"VID_2", multiSz({u"USB\\VID_1&REV_1", u"USB\\VID_1"}), u"S", false}));
-INSTANTIATE_TEST_SUITE_P(UnusualIds, RuleMatching,
-                         testing::Values(MatchingCase{u"\\X\\S", u"\\X", u"S", true},
-                                         MatchingCase{u"X", u"\\X", u"S", false},
-                                         MatchingCase{u"\\S", u"USB\\", u"S", true},
-                                         MatchingCase{u"\\S", u"", u"S", true},
-                                         MatchingCase{u"NOBUS", u"NOBUS", u"S", true},
-                                         MatchingCase{u"B", u"A\\B\\C", u"S", true},
-                                         MatchingCase{u"\u00E9", u"USB\\\u00C9", u"S", true},
-                                         MatchingCase{u"\u00E9", u"USB\\\u00E9", u"S", true}));
+INSTANTIATE_TEST_SUITE_P(
+    SeveralIds, RuleMatching,
+    testing::Values(MatchingCase{u"VID_1", multiSz({u"USB\\VID_1&REV_1", u"USB\\VID_1"}), u"S", true},
+                    MatchingCase{u"VID_1&REV_1", multiSz({u"USB\\VID_1&REV_1", u"USB\\VID_1"}), u"S", true},
+                    MatchingCase{u"VID_2", multiSz({u"USB\\VID_1&REV_1", u"USB\\VID_1"}), u"S", false}));
+INSTANTIATE_TEST_SUITE_P(
+    UnusualIds, RuleMatching,
+    testing::Values(MatchingCase{u"\\X\\S", u"\\X", u"S", true}, MatchingCase{u"X", u"\\X", u"S", false},
+                    MatchingCase{u"\\S", u"USB\\", u"S", true}, MatchingCase{u"\\S", u"", u"S", true},
+                    MatchingCase{u"NOBUS", u"NOBUS", u"S", true}, MatchingCase{u"B", u"A\\B\\C", u"S", true},
+                    MatchingCase{u"\u00E9", u"USB\\\u00C9", u"S", true},
+                    MatchingCase{u"\u00E9", u"USB\\\u00E9", u"S", true}));
 
 class RuleMatchingLog : public RuleStorageTest<RuleStorage> {
   protected:

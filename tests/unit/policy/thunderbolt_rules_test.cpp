@@ -63,8 +63,7 @@ TEST_F(ThunderboltRules, WithoutMemoryTheAnswerIsNo) {
     putString(allowedValue, u"A");
     ASSERT_EQ(reloadSilently(), STATUS_SUCCESS);
     setLogLevel(0);
-    failEachCall([&] { return isAllowed(u"PCI\\A"); },
-                 [](bool allowed, bool failed) { EXPECT_EQ(allowed, !failed); });
+    failEachCall([&] { return isAllowed(u"PCI\\A"); }, [](bool allowed, bool failed) { EXPECT_EQ(allowed, !failed); });
     setLogLevel(static_cast<LONG>(LogLevel::error));
     kernel.workers.pause();
     EXPECT_FALSE(whileFailing("ExAllocatePool2", 1, [&] { return isAllowed(multiSz({u"PCI\\X", u"PCI\\A"})); }));

@@ -11,8 +11,8 @@ namespace {
 class DeviceReferences : public KernelTest {
   protected:
     DeviceReferences()
-        : driver(sim::createDriverObject(u"Devices")),
-          device(sim::createDevice(driver, 0, FILE_DEVICE_UNKNOWN, 0)), other(sim::createDevice(driver, 0, FILE_DEVICE_UNKNOWN, 0)) {}
+        : driver(sim::createDriverObject(u"Devices")), device(sim::createDevice(driver, 0, FILE_DEVICE_UNKNOWN, 0)),
+          other(sim::createDevice(driver, 0, FILE_DEVICE_UNKNOWN, 0)) {}
     ~DeviceReferences() override {
         EXPECT_EQ(references(device), 1);
         EXPECT_EQ(references(other), 1);

@@ -27,17 +27,16 @@ TEST_P(NameMatch, AnswersAsTheFileSystemMatchesNames) {
 constexpr auto asWritten = CaseRule::asWritten;
 constexpr auto ignoreCase = CaseRule::ignoreCase;
 
-INSTANTIATE_TEST_SUITE_P(WholeName, NameMatch,
-                         testing::Values(MatchCase{u"ABC", u"ABC", asWritten, true},
-                                         MatchCase{u"ABC", u"ABCD", asWritten, false},
-                                         MatchCase{u"ABCD", u"ABC", asWritten, false},
-                                         MatchCase{u"*", u"ANY.THING\\AT ALL", asWritten, true},
-                                         MatchCase{u"A*", u"BA", asWritten, false},
-                                         MatchCase{u"A?C", u"ABC", asWritten, true},
-                                         MatchCase{u"AB?", u"AB", asWritten, false}));
+INSTANTIATE_TEST_SUITE_P(
+    WholeName, NameMatch,
+    testing::Values(MatchCase{u"ABC", u"ABC", asWritten, true}, MatchCase{u"ABC", u"ABCD", asWritten, false},
+                    MatchCase{u"ABCD", u"ABC", asWritten, false},
+                    MatchCase{u"*", u"ANY.THING\\AT ALL", asWritten, true}, MatchCase{u"A*", u"BA", asWritten, false},
+                    MatchCase{u"A?C", u"ABC", asWritten, true}, MatchCase{u"AB?", u"AB", asWritten, false}));
 INSTANTIATE_TEST_SUITE_P(EmptyText, NameMatch,
                          testing::Values(MatchCase{u"", u"", asWritten, true}, MatchCase{u"", u"A", asWritten, false},
-                                         MatchCase{u"*", u"", asWritten, false}, MatchCase{u"*", u"", ignoreCase, false},
+                                         MatchCase{u"*", u"", asWritten, false},
+                                         MatchCase{u"*", u"", ignoreCase, false},
                                          MatchCase{u"", u"", ignoreCase, true}));
 INSTANTIATE_TEST_SUITE_P(LetterCase, NameMatch,
                          testing::Values(MatchCase{u"ABC", u"abc", asWritten, false},
@@ -47,14 +46,12 @@ INSTANTIATE_TEST_SUITE_P(LetterCase, NameMatch,
                                          MatchCase{u"abc", u"ABC", ignoreCase, false},
                                          MatchCase{u"\u00C9", u"\u00E9", ignoreCase, true},
                                          MatchCase{u"STRASSE", u"stra\u00DFe", ignoreCase, false}));
-INSTANTIATE_TEST_SUITE_P(DosWildcards, NameMatch,
-                         testing::Values(MatchCase{u"ABC\"", u"ABC", asWritten, true},
-                                         MatchCase{u"ABC\"", u"ABC.", asWritten, true},
-                                         MatchCase{u"A>C", u"ABC", asWritten, true},
-                                         MatchCase{u"A>", u"A", asWritten, true},
-                                         MatchCase{u"A>.C", u"A.C", asWritten, true},
-                                         MatchCase{u"A<", u"A.B", asWritten, false},
-                                         MatchCase{u"A<B", u"AXX.B", asWritten, true}));
+INSTANTIATE_TEST_SUITE_P(
+    DosWildcards, NameMatch,
+    testing::Values(MatchCase{u"ABC\"", u"ABC", asWritten, true}, MatchCase{u"ABC\"", u"ABC.", asWritten, true},
+                    MatchCase{u"A>C", u"ABC", asWritten, true}, MatchCase{u"A>", u"A", asWritten, true},
+                    MatchCase{u"A>.C", u"A.C", asWritten, true}, MatchCase{u"A<", u"A.B", asWritten, false},
+                    MatchCase{u"A<B", u"AXX.B", asWritten, true}));
 
 class NameMatchWithoutMemory : public KernelTest {};
 
