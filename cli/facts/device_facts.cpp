@@ -127,10 +127,16 @@ const std::vector<FactKey> &deviceKeys() {
 
 const std::vector<FactKey> &stepKeys() {
     static const std::vector<FactKey> keys{
-        {"status", FactKind::status, {}},   {"loaded", FactKind::flag, {}},
-        {"log", FactKind::lines, {}},       {"step-log", FactKind::lines, {}},
-        {"whole-log", FactKind::lines, {}}, {"file-names", FactKind::lines, {}},
-        {"leaks", FactKind::lines, {}},     {"fallible-calls", FactKind::number, {}},
+        {"status", FactKind::status, {}},
+        {"loaded", FactKind::flag, {}},
+        {"log", FactKind::lines, {}},
+        {"step-log", FactKind::lines, {}},
+        {"whole-log", FactKind::lines, {}},
+        {"file-names", FactKind::lines, {}},
+        {"leaks", FactKind::lines, {}},
+        {"fallible-calls", FactKind::number, {}},
+        {"service-process", FactKind::number, {}},
+        {"service-handles", FactKind::number, {}},
     };
     return keys;
 }

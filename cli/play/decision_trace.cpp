@@ -61,6 +61,7 @@ void DecisionTrace::observe(const sim::TraceEvent &event) {
     switch (event.kind) {
     case sim::TraceEvent::Kind::registryValueRead:
         lastValue_ = event.text;
+        lastValueIsEmpty_.reset();
         policyWasRead_ = policyWasRead_ || isRuleList(event.text);
         break;
     case sim::TraceEvent::Kind::tableInsert:
@@ -95,8 +96,11 @@ void DecisionTrace::inserted(const sim::TraceEvent &event) {
     if (table == nullptr) {
         table = &tables_.emplace_back(RuleTable{event.table, lastValue_, false, {}});
     }
-    const auto stored = kernel_.registry.value(sim::Machine::parametersKey(), lastValue_);
-    table->builtInList = stored && stored->data.size() < sizeof(char16_t);
+    if (!lastValueIsEmpty_) {
+        const auto stored = kernel_.registry.value(sim::Machine::parametersKey(), lastValue_);
+        lastValueIsEmpty_ = stored && stored->data.size() < sizeof(char16_t);
+    }
+    table->builtInList = *lastValueIsEmpty_;
     table->rules[textOfElement(event.element)] = true;
 }
 

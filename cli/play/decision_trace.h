@@ -52,7 +52,8 @@ class DecisionTrace {
     std::vector<std::u16string> ids_;
     std::vector<RuleTable> tables_; ///< in the order in which they were filled
     std::u16string lastValue_;
-    const void *lastTable_ = nullptr; ///< whose element was fetched last
+    std::optional<bool> lastValueIsEmpty_; ///< found out when first needed
+    const void *lastTable_ = nullptr;      ///< whose element was fetched last
     bool policyWasRead_ = false;
     bool rulesWereAsked_ = false;
     std::optional<RuleHit> filterableBy_;

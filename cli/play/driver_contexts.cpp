@@ -73,6 +73,10 @@ std::optional<DriverState> readDriverState(PDRIVER_OBJECT driver) {
     const ControlDevice *control = context->controlDevice;
     state.controlDevice = control != nullptr;
     state.serviceRegistered = control != nullptr && control->m_apiRegistered != FALSE;
+    if (control != nullptr) {
+        state.serviceProcess = control->m_processId;
+        state.serviceHandles = control->m_openCount;
+    }
     state.callbackMode = context->callbackMode;
     state.fallbackAction = context->callbackFallbackAction;
     return state;

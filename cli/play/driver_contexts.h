@@ -20,6 +20,8 @@ std::optional<FilterValues> readFilterValues(PDEVICE_OBJECT device);
 struct DriverState {
     bool controlDevice = false;
     bool serviceRegistered = false;
+    std::uint32_t serviceProcess = 0; ///< 0: none
+    std::uint32_t serviceHandles = 0;
     std::uint32_t callbackMode = 0;
     std::uint32_t fallbackAction = 0;
 };

@@ -4,6 +4,7 @@
 #include "../facts/device_facts.h"
 #include "../facts/message_fields.h"
 #include "../text/display.h"
+#include "driver_contexts.h"
 #include "log_watch.h"
 
 #include <fmt/format.h>
@@ -107,6 +108,13 @@ Fact ExpectationCheck::stepFact(const std::string &key, const StepResult &step) 
     }
     if (key == "fallible-calls") {
         return step.fallibleCalls;
+    }
+    if (key == "service-process" || key == "service-handles") {
+        const auto state = readDriverState(machine_.driverObject());
+        if (!state || state->serviceProcess == 0) {
+            return Absent();
+        }
+        return std::uint64_t{key == "service-process" ? state->serviceProcess : state->serviceHandles};
     }
     return linesOf(step.log); // "log", "step-log"
 }

@@ -3,14 +3,26 @@
 #include <algorithm>
 
 namespace cli {
+namespace {
+
+/// Where a scenario's files are kept: as it lies below the current folder, or by its name alone.
+std::filesystem::path placeFor(const std::string &file) {
+    const std::filesystem::path path = std::filesystem::path(file).lexically_normal();
+    const bool below = path.is_relative() && *path.begin() != "..";
+    return below ? std::filesystem::path(path).replace_extension() : path.stem();
+}
+
+} // namespace
 
 sim::MachineOptions machineOptions(const Scenario &scenario, const PlayOptions &options) {
     sim::MachineOptions machine;
     machine.driver = options.driver;
     machine.hubDrivers = scenario.hubDrivers;
     if (!options.keepFiles.empty()) {
-        const auto stem = std::filesystem::path(scenario.file).stem();
-        machine.systemRoot = options.keepFiles / stem;
+        machine.systemRoot = options.keepFiles / placeFor(scenario.file);
+        if (std::filesystem::exists(machine.systemRoot)) {
+            throw UnusableFile({machine.systemRoot.string(), 0}, "exists already; files are kept in a new folder only");
+        }
         machine.keepFiles = true;
     }
     return machine;
@@ -74,17 +86,6 @@ void applyFiles(sim::Machine &machine, const std::vector<TempFile> &files) {
             fileSystem.putTempFile(file.name, *file.bytes);
         } else {
             std::filesystem::remove(fileSystem.systemRoot() / "Temp" / file.name);
-        }
-    }
-}
-
-void planFaults(sim::FaultPlan &plan, const Faults &faults) {
-    plan.clear();
-    for (const FaultPlanned &fault : faults) {
-        if (fault.routine.empty()) {
-            plan.failNth(fault.nth, fault.allAfter);
-        } else {
-            plan.failNamed(fault.routine, fault.nth, fault.status, fault.allAfter);
         }
     }
 }

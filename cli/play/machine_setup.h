@@ -14,7 +14,4 @@ void setUp(sim::Machine &machine, const Scenario &scenario);
 void applyRegistry(sim::Machine &machine, const RegistryChanges &changes);
 void applyFiles(sim::Machine &machine, const std::vector<TempFile> &files);
 
-/// Replaces what is planned to fail.
-void planFaults(sim::FaultPlan &plan, const Faults &faults);
-
 } // namespace cli

@@ -6,6 +6,8 @@
 #include "expectation_check.h"
 #include "machine_setup.h"
 #include "recorder.h"
+#include "service_processes.h"
+#include "step_faults.h"
 
 #include <fmt/format.h>
 
@@ -39,7 +41,6 @@ class Playback {
             perform(step, ++number);
         }
         finish();
-        result_.outcomes = recorder_->outcomes();
         result_.expectations = check_->count();
         return std::move(result_);
     }
@@ -61,15 +62,16 @@ class Playback {
     void perform(const Step &step, int number) {
         current_ = {number, step.title, step.where, {}, {}, 0, {}};
         plugged_.clear();
-        beginFaults(step.faults.empty() ? standingFaults_ : step.faults, !step.faults.empty());
+        faults_.beginStep(step.faults);
         try {
             std::visit(*this, step.action);
         } catch (const StepFailure &failure) {
             current_.failures.push_back({step.where, step.title, "to be done", failure.what()});
+        } catch (const std::exception &refusal) { // the machine refuses what the file describes
+            throw UnusableFile(step.where, refusal.what());
         }
-        endFaults(!step.faults.empty());
-        recorder_->endStep();
-        current_.log = recorder_->takeStepLog();
+        current_.fallibleCalls = faults_.endStep();
+        endStep();
         for (const ScenarioDevice *device : plugged_) {
             check_->check(device->description.name, device->expectations, current_);
         }
@@ -78,24 +80,14 @@ class Playback {
         result_.steps.push_back(std::move(current_));
     }
 
-    /// Faults of a step replace the standing ones while it lasts.
-    void beginFaults(const Faults &faults, bool ofStep) {
-        sim::FaultPlan &plan = machine_.kernel().faults;
-        if (ofStep) {
-            planFaults(plan, faults);
-        }
-        plan.arm(true);
-        callsBefore_ = plan.callsSeen();
-    }
-
-    void endFaults(bool ofStep) {
-        sim::FaultPlan &plan = machine_.kernel().faults;
-        const std::uint64_t calls = plan.callsSeen();
-        current_.fallibleCalls = calls < callsBefore_ ? calls : calls - callsBefore_; // a new plan counts from 0
-        plan.arm(false);
-        if (ofStep) {
-            planFaults(plan, standingFaults_);
-        }
+    /// What is reported of a device is how things stood at the end of the step that brought it.
+    void endStep() {
+        recorder_->endStep();
+        current_.log = recorder_->takeStepLog();
+        const std::deque<DeviceOutcome> &outcomes = recorder_->outcomes();
+        result_.outcomes.insert(result_.outcomes.end(),
+                                outcomes.begin() + static_cast<std::ptrdiff_t>(result_.outcomes.size()),
+                                outcomes.end());
     }
 
     /// A driver that left something behind is wrong, whether or not the scenario asks.
@@ -128,9 +120,9 @@ class Playback {
         current_ = {0, "end", {scenario_.file, 0}, {}, {}, 0, {}};
         machine_.kernel().files.setMounted(true);
         machine_.kernel().workers.resume();
+        services_.closeAll();
         machine_.unloadDriver();
-        recorder_->endStep();
-        current_.log = recorder_->takeStepLog();
+        endStep();
         addLeaks();
         result_.steps.push_back(std::move(current_));
     }
@@ -169,6 +161,13 @@ class Playback {
         }
     }
 
+    /// A device that is open is not removed before its last handle is closed.
+    void requireNoHandles() const {
+        if (services_.anyOpen()) {
+            throw StepFailure("a process still has the control device open");
+        }
+    }
+
     const ScenarioDevice &declared(const std::string &name) const {
         for (const ScenarioDevice &device : scenario_.devices) {
             if (device.description.name == name) {
@@ -185,8 +184,8 @@ class Playback {
     std::optional<ExpectationCheck> check_;
     PlayResult result_;
     StepResult current_;
-    Faults standingFaults_;
-    std::uint64_t callsBefore_ = 0;
+    ServiceProcesses services_;
+    StepFaults faults_{machine_.kernel().faults};
     std::vector<const ScenarioDevice *> plugged_; ///< in this step, for the first time
     std::set<const ScenarioDevice *> checkedOnce_;
     const sim::DeviceNode *controlNode_ = nullptr;
@@ -201,6 +200,7 @@ class Playback {
         if (!machine_.driverLoaded()) {
             throw StepFailure("the driver is not loaded");
         }
+        requireNoHandles();
         machine_.unloadDriver();
     }
 
@@ -225,6 +225,9 @@ class Playback {
 
     void operator()(const UnplugDevices &action) {
         for (const std::string &name : action.names) {
+            if (name == "control-node") {
+                requireNoHandles();
+            }
             machine_.unplug(present(name));
         }
     }
@@ -255,10 +258,7 @@ class Playback {
 
     void operator()(const AdvanceClock &action) { machine_.kernel().clock.advance(action.units); }
 
-    void operator()(const PlanFaults &action) {
-        standingFaults_ = action.faults;
-        planFaults(machine_.kernel().faults, standingFaults_);
-    }
+    void operator()(const PlanFaults &action) { faults_.setStanding(action.faults); }
 
     void operator()(const SetVolume &action) {
         sim::FileSystem &files = machine_.kernel().files;
@@ -271,6 +271,14 @@ class Playback {
             machine_.kernel().workers.pause();
         } else {
             machine_.kernel().workers.resume();
+        }
+    }
+
+    void operator()(const OpenControlDevice &action) { current_.status = services_.open(action.processId); }
+
+    void operator()(const CloseControlDevice &action) {
+        if (!services_.close(action.processId)) {
+            throw StepFailure(fmt::format("process {} does not have the control device open", action.processId));
         }
     }
 

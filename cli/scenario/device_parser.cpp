@@ -109,6 +109,10 @@ void readChildren(MapReader &reader, sim::DeviceDescription &device, const Devic
     if (!node) {
         return;
     }
+    if (depth == deepestDevice) {
+        node->problem("devices are nested too deeply, or a device contains itself");
+        return;
+    }
     MapReader(*node, "children");
     for (const YamlEntry &entry : node->entries()) {
         const auto known = std::find_if(device.children.begin(), device.children.end(),
@@ -174,10 +178,6 @@ void takeFromLibrary(MapReader &reader, sim::DeviceDescription &device, const De
 } // namespace
 
 void readDevice(MapReader &reader, sim::DeviceDescription &device, const DeviceLibrary *library, int depth) {
-    if (depth > deepestDevice) {
-        reader.node().problem("devices are nested too deeply, or a device contains itself");
-        return;
-    }
     takeFromLibrary(reader, device, library);
     if (const auto instance = reader.take("instance")) {
         device.instanceId = parseUtf16(*instance, "instance").value_or(u"");

@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <tuple>
 
 namespace cli {
 namespace {
@@ -150,6 +151,10 @@ std::vector<DeviceExpectation> takeKeys(MapReader &reader, const std::vector<Fac
             expectations.push_back({std::string(key.name), parseExpected(*node, key), node->where()});
         }
     }
+    // In the order of the file, as failures are read.
+    std::sort(expectations.begin(), expectations.end(), [](const DeviceExpectation &a, const DeviceExpectation &b) {
+        return std::tie(a.where.line, a.key) < std::tie(b.where.line, b.key);
+    });
     return expectations;
 }
 

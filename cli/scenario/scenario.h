@@ -73,11 +73,17 @@ struct SetVolume {
 struct SetLogWorkers {
     bool paused = false;
 };
+struct OpenControlDevice {
+    unsigned processId = 0;
+};
+struct CloseControlDevice {
+    unsigned processId = 0;
+};
 struct OnlyExpect {};
 
-using Action =
-    std::variant<LoadDriver, UnloadDriver, StartControlNode, PlugDevices, UnplugDevices, ReplugDevices, ChangeRegistry,
-                 ChangeFiles, SetClock, AdvanceClock, PlanFaults, SetVolume, SetLogWorkers, OnlyExpect>;
+using Action = std::variant<LoadDriver, UnloadDriver, StartControlNode, PlugDevices, UnplugDevices, ReplugDevices,
+                            ChangeRegistry, ChangeFiles, SetClock, AdvanceClock, PlanFaults, SetVolume, SetLogWorkers,
+                            OpenControlDevice, CloseControlDevice, OnlyExpect>;
 
 struct Step {
     std::string title; ///< e.g. "plug stick"

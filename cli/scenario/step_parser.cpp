@@ -84,6 +84,10 @@ Action parseDelete(const YamlNode &node) {
     return change;
 }
 
+unsigned parseProcess(const YamlNode &node) {
+    return static_cast<unsigned>(node.number("a process id", 0xFFFFFFFF).value_or(0));
+}
+
 Action parseClock(const YamlNode &node) {
     const auto text = node.text("clock");
     const auto time = text ? parseDateTime(*text) : std::nullopt;
@@ -129,6 +133,8 @@ const std::vector<ActionName> &actionNames() {
         {"registry", false, [](const YamlNode &node) { return ChangeRegistry{parseRegistryChanges(node)}; }},
         {"reg-file", false, [](const YamlNode &node) { return ChangeRegistry{parseRegFiles(node)}; }},
         {"files", false, [](const YamlNode &node) { return ChangeFiles{parseTempFiles(node)}; }},
+        {"open", false, [](const YamlNode &node) { return OpenControlDevice{parseProcess(node)}; }},
+        {"close", false, [](const YamlNode &node) { return CloseControlDevice{parseProcess(node)}; }},
         {"clock", false, parseClock},
         {"advance", false, parseAdvance},
         {"volume", false, parseVolume},

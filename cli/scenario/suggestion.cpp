@@ -38,7 +38,11 @@ std::string nearestWord(std::string_view word, const std::vector<std::string> &k
     }
     std::size_t best = std::max<std::size_t>(2, word.size() / 3) + 1;
     std::string nearest;
+    constexpr std::size_t shortestStem = 4;
     for (const std::string &candidate : known) {
+        if (word.size() >= shortestStem && candidate.starts_with(word)) {
+            return candidate; // the beginning of a word is meant for it
+        }
         const std::size_t distance = editDistance(word, candidate);
         if (distance < best && distance < candidate.size()) {
             best = distance;

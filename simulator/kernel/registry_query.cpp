@@ -88,7 +88,9 @@ NTSTATUS callRoutine(const Query &query, const RTL_QUERY_REGISTRY_TABLE &entry, 
 NTSTATUS callPerString(const Query &query, const RTL_QUERY_REGISTRY_TABLE &entry, const std::u16string &name,
                        const std::vector<std::uint8_t> &data, bool isDefault) {
     std::u16string units(data.size() / sizeof(char16_t), u'\0');
-    std::memcpy(units.data(), data.data(), units.size() * sizeof(char16_t));
+    if (!units.empty()) {
+        std::memcpy(units.data(), data.data(), units.size() * sizeof(char16_t));
+    }
     // The terminator of the list itself: one NUL behind the strings' own. A default value may consist of nothing else.
     if (isDefault && units.find_first_not_of(u'\0') == std::u16string::npos) {
         return STATUS_SUCCESS;

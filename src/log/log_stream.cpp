@@ -18,9 +18,7 @@ LogStream::LogStream(LogLevel level) : poolFlags_(POOL_FLAG_NON_PAGED) {
 LogStream::LogStream(POOL_FLAGS poolFlags) : poolFlags_(poolFlags) {}
 
 LogStream::~LogStream() {
-    if (text_ != nullptr) {
-        ExFreePoolWithTag(text_, generalPoolTag);
-    }
+    freeText();
 }
 
 LogStream &LogStream::append(const WCHAR *characters, ULONG64 bytes) {
@@ -116,8 +114,17 @@ void LogStream::submit() {
     if (LogStream *record = moveToRecord(); record != nullptr) {
         queueLogRecord(record);
     }
-    // Whatever a failed move left here goes with the stream's own destructor; nothing can be appended any more.
+    freeText(); // what a failed move left
     failed_ = 1;
+}
+
+void LogStream::freeText() {
+    if (text_ != nullptr) {
+        ExFreePoolWithTag(text_, generalPoolTag);
+        text_ = nullptr;
+    }
+    capacity_ = 0;
+    length_ = 0;
 }
 
 LogStream *LogStream::moveToRecord() {

@@ -53,6 +53,7 @@ class [[nodiscard]] LogStream {
 
   private:
     LogStream *moveToRecord();
+    void freeText();
     bool reserve(ULONG64 bytes);
     LogStream &appendNumber(ULONG64 magnitude, bool negative);
     void appendHeader(LogLevel level);

@@ -51,7 +51,7 @@ TEST(ScenarioParser, namesUnknownKeysWithTheNearestKnownOne) {
         problemsOf("steps:\n  - load\n  - plugg: x\n"),
         (Lines{"s.yaml:3: unknown key 'plugg' in step (did you mean 'plug'?)",
                "s.yaml:3: a step needs one of load, unload, start-control-node, plug, unplug, replug, set, delete, "
-               "registry, reg-file, files, clock, advance, volume, log-workers, fail, expect"}));
+               "registry, reg-file, files, open, close, clock, advance, volume, log-workers, fail, expect"}));
     EXPECT_EQ(problemsOf("steps: [lod]"), (Lines{"s.yaml:1: unknown step 'lod' (did you mean 'load'?)"}));
 }
 
@@ -225,8 +225,8 @@ TEST(ScenarioParser, expectationProblemsTellWhatIsWanted) {
                      "blocked, unknown, failed, none"}));
     EXPECT_EQ(problemsOf(step + "{desision: allowed}"),
               (Lines{"s.yaml:6: unknown key 'desision' in expect (did you mean 'decision'?)"}));
-    EXPECT_EQ(problemsOf(step + "{log: {content: [a]}}"),
-              (Lines{"s.yaml:6: unknown key 'content' in log (did you mean 'contains'?)",
+    EXPECT_EQ(problemsOf(step + "{log: {contain: [a]}}"),
+              (Lines{"s.yaml:6: unknown key 'contain' in log (did you mean 'contains'?)",
                      "s.yaml:6: log needs one of contains, excludes, mentions and omits"}));
     EXPECT_EQ(problemsOf(step + "{message: {vendor: 1}}"),
               (Lines{"s.yaml:6: unknown key 'vendor' in message (did you mean 'vendor-id'?)"}));

@@ -48,8 +48,9 @@ TEST_F(ControlDeviceCreation, FillsItsContext) {
 }
 
 TEST_F(ControlDeviceCreation, LinksItsNameToThePhysicalDevice) {
+    load();
     EXPECT_EQ(sim::framework::symbolicLinkTarget(linkName), std::nullopt);
-    const sim::DeviceNode &node = start();
+    const sim::DeviceNode &node = machine().plugControlNode();
     EXPECT_EQ(sim::framework::symbolicLinkTarget(linkName), kernel().objects.nameOf(node.physicalDevice()));
     EXPECT_EQ(sim::framework::symbolicLinkTarget(u"\\??\\tarvenholt myrtelhaven"),
               kernel().objects.nameOf(node.physicalDevice()));

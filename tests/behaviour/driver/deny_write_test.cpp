@@ -1,4 +1,3 @@
-#include "simulator/kernel/io.h"
 #include "simulator/kernel/security.h"
 #include "simulator/machine/setup_classes.h"
 #include "tests/behaviour/support/devices.h"
@@ -49,13 +48,13 @@ TEST_F(DenyWrite, ByteForByte) {
 }
 
 TEST_F(DenyWrite, EverybodyReadsAndNobodyWrites) {
-    PDEVICE_OBJECT top = sim::topOfStack(plug(phone()).physicalDevice());
+    PDEVICE_OBJECT device = plug(phone()).physicalDevice(); // what is opened by name
     for (const auto &account : {everyone, administrator, systemAccount}) {
-        EXPECT_TRUE(sim::accessGranted(top, FILE_READ_DATA, account));
-        EXPECT_TRUE(sim::accessGranted(top, GENERIC_READ, account));
-        EXPECT_FALSE(sim::accessGranted(top, FILE_WRITE_DATA, account));
-        EXPECT_FALSE(sim::accessGranted(top, GENERIC_READ | GENERIC_WRITE, account));
-        EXPECT_TRUE(sim::accessGranted(top, FILE_APPEND_DATA, account)) << "only writing data is denied";
+        EXPECT_TRUE(sim::accessGranted(device, FILE_READ_DATA, account));
+        EXPECT_TRUE(sim::accessGranted(device, GENERIC_READ, account));
+        EXPECT_FALSE(sim::accessGranted(device, FILE_WRITE_DATA, account));
+        EXPECT_FALSE(sim::accessGranted(device, GENERIC_READ | GENERIC_WRITE, account));
+        EXPECT_TRUE(sim::accessGranted(device, FILE_APPEND_DATA, account)) << "only writing data is denied";
     }
 }
 

@@ -81,14 +81,11 @@ TEST_F(FailedAdd, ADeviceOfAnotherBusIsNotConcerned) {
 TEST_F(FailedAdd, LeavesNothingOfTheFilterBehind) {
     sim::DeviceDescription device = mouse();
     device.rawProperties["CompatibleIds"] = {STATUS_ACCESS_DENIED, {}, 0};
-    sim::DeviceNode &node = plug(device);
-    machine().replug(node);
+    const std::size_t objects = sim::framework::leaks().size();
     const std::size_t blocks = kernel().pool.blocksInUse();
-    machine().replug(*machine().find("mouse"));
+    plug(device);
+    EXPECT_EQ(sim::framework::leaks().size(), objects);
     EXPECT_EQ(kernel().pool.blocksInUse(), blocks);
-    for (const std::string &object : sim::framework::leaks()) {
-        EXPECT_THAT(object, testing::Not(testing::HasSubstr("UsbFilterDevice")));
-    }
 }
 
 } // namespace

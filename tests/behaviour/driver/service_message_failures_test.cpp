@@ -49,7 +49,8 @@ TEST_F(UnfilledMessage, TheLineStandsBetweenReadingAndDeciding) {
               lines::all(lines::created(ids), lines::searched({"\\Driver\\USBHUB3"}), lines::reload(policy),
                          Lines{"ERROR Failed to fill device info, status = 0xc00000a3"},
                          lines::judged(policy, ids, u"", true), lines::removedFromRegister(ids),
-                         lines::notified(2, 2, u"")));
+                         Lines{"INFO Send notification, device type = 0, device mode = 2, rule type = 2, "
+                               "m_apiRegistered = 0, device name = "}));
 }
 
 TEST_F(UnfilledMessage, NoConfigurationDescriptorLeavesItZero) {

@@ -144,7 +144,7 @@ TEST_F(ClassFilters, TheNodesNextStartRepairsTheLists) {
     startNode();
     registry().deleteValue(portable.key(), portable.valueName);
     registry().setMultiString(usb.key(), usb.valueName, {u"other"});
-    registry().setDword(sim::Machine::serviceKey(), u"Start", 4);
+    registry().setDword(sim::Machine::serviceKey(), u"Start", 3);
     machine().replug(*machine().find("control"));
     EXPECT_EQ(names(portable), Names{ourName});
     EXPECT_EQ(names(usb), (Names{u"other", ourName}));

@@ -56,7 +56,7 @@ TEST_F(LongRules, TheStoredNulCountsWithTheLastPiece) {
 }
 
 TEST_F(LongRules, ASkippedPieceMayBeTheOnlyOne) {
-    apply({asText(piece(40'000)), {}, {}});
+    apply({asText(piece(40'000)), asStrings({}), asStrings({})});
     const Lines log = logWithLengths();
     EXPECT_THAT(log, Contains("ERROR Max rule size more then USHRT_MAX. The rule will be skipped"));
     EXPECT_THAT(log, Not(Contains(StartsWith("ERROR Failed to read"))));

@@ -19,7 +19,6 @@ class ModeResolution : public DriverTest {
         unload();
         unplug("stick");
         unplug("control");
-        kernel().clock.advance(10'000'000);
         return mode;
     }
 };
@@ -89,7 +88,6 @@ TEST_F(ModeResolution, WithoutControlDeviceEveryFilterableDeviceIsBlockedInEvery
         unload();
         unplug("stick");
         unplug("mouse");
-        kernel().clock.advance(10'000'000);
     }
 }
 

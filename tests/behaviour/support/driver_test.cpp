@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace behaviour {
 
@@ -97,6 +98,8 @@ sim::DeviceNode &DriverTest::plug(sim::DeviceDescription device, sim::DeviceNode
 
 void DriverTest::unload() {
     machine().unloadDriver();
+    logSoFar();
+    kernel().clock.advance(10'000'000);
 }
 
 void DriverTest::unplug(std::string_view device) {
@@ -105,25 +108,24 @@ void DriverTest::unplug(std::string_view device) {
     }
 }
 
-Lines DriverTest::allLines() {
+const Lines &DriverTest::logSoFar() {
     kernel().workers.settle();
-    Lines lines;
     for (const std::string &name : kernel().files.tempFiles()) {
         const std::string text = kernel().files.tempFile(name).value_or("");
-        std::size_t begin = 0;
-        for (std::size_t end = text.find("\r\n"); end != std::string::npos; end = text.find("\r\n", begin)) {
-            lines.push_back(withoutTime(text.substr(begin, end - begin)));
-            begin = end + 2;
+        std::size_t &read = logRead_[name];
+        EXPECT_LE(read, text.size()) << "a log file was begun a second time";
+        for (std::size_t end = text.find("\r\n", read); end != std::string::npos; end = text.find("\r\n", read)) {
+            log_.push_back(withoutTime(text.substr(read, end - read)));
+            read = end + 2;
         }
-        EXPECT_EQ(begin, text.size()) << "the log ends in the middle of a line";
+        EXPECT_EQ(read, text.size()) << "the log ends in the middle of a line";
     }
-    return lines;
+    return log_;
 }
 
 Lines DriverTest::takeLog() {
-    const Lines lines = allLines();
-    const std::size_t begin = std::min(linesTaken_, lines.size());
-    linesTaken_ = lines.size();
+    const Lines &lines = logSoFar();
+    const std::size_t begin = std::exchange(linesTaken_, lines.size());
     return {lines.begin() + static_cast<std::ptrdiff_t>(begin), lines.end()};
 }
 
@@ -148,11 +150,20 @@ void DriverTest::failInAdd(std::string routine, std::uint64_t nth, std::optional
     armedForAdd_ = true;
 }
 
-void DriverTest::failNthInAdd(std::uint64_t nth) {
-    kernel().faults.arm(false);
-    kernel().faults.clear();
-    kernel().faults.failNth(nth, false);
-    armedForAdd_ = true;
+void DriverTest::failEachCallOfAdd(const std::function<void()> &attempt) {
+    constexpr std::uint64_t most = 2'000;
+    for (std::uint64_t nth = 1; nth <= most; ++nth) {
+        SCOPED_TRACE("failing call " + std::to_string(nth));
+        kernel().faults.clear();
+        kernel().faults.failNth(nth, false);
+        armedForAdd_ = true;
+        attempt();
+        if (callsOfAdd_ < nth) {
+            EXPECT_GT(nth, 20U) << "an add makes more calls that can fail";
+            return;
+        }
+    }
+    FAIL() << "never ran out of calls to fail";
 }
 
 void DriverTest::failCall(std::string routine, std::uint64_t nth, std::optional<NTSTATUS> status, bool andAllAfter) {
@@ -178,7 +189,7 @@ void DriverTest::TearDown() {
 }
 
 void DriverTest::addStarting(sim::DeviceNode &) {
-    linesBeforeAdd_ = allLines().size();
+    linesBeforeAdd_ = logSoFar().size();
     if (armedForAdd_) {
         kernel().faults.arm(true);
     }
@@ -186,7 +197,7 @@ void DriverTest::addStarting(sim::DeviceNode &) {
 
 void DriverTest::addFinished(const sim::AddReport &report) {
     if (armedForAdd_) {
-        fallibleCalls = kernel().faults.callsSeen();
+        callsOfAdd_ = kernel().faults.callsSeen();
         endFailures();
     }
     Add add;
@@ -195,8 +206,8 @@ void DriverTest::addFinished(const sim::AddReport &report) {
     add.callbackStatus = report.callbackStatus;
     add.attached = report.attached != nullptr;
     add.filter = filterValues(report.attached);
-    const Lines lines = allLines();
-    add.log.assign(lines.begin() + static_cast<std::ptrdiff_t>(std::min(linesBeforeAdd_, lines.size())), lines.end());
+    const Lines &lines = logSoFar();
+    add.log.assign(lines.begin() + static_cast<std::ptrdiff_t>(linesBeforeAdd_), lines.end());
     adds.push_back(std::move(add));
 }
 

@@ -7,7 +7,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <deque>
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -55,7 +56,7 @@ class DriverTest : public testing::Test, protected sim::MachineObserver {
     void load();              ///< and forgets the lines that this logs
     sim::DeviceNode &start(); ///< loads, plugs the control node, forgets the lines
     sim::DeviceNode &plug(sim::DeviceDescription device, sim::DeviceNode *parent = nullptr);
-    void unload();
+    void unload();                        ///< and lets a second pass, so that the next load has a log file of its own
     void unplug(std::string_view device); ///< if it is there
 
     /// Lines that were logged since the last call.
@@ -69,9 +70,8 @@ class DriverTest : public testing::Test, protected sim::MachineObserver {
     /// beginning of the add.
     void failInAdd(std::string routine, std::uint64_t nth = 1, std::optional<NTSTATUS> status = {},
                    bool andAllAfter = false);
-    /// Fails the nth fallible call of the next add, whatever it is.
-    void failNthInAdd(std::uint64_t nth);
-    std::uint64_t fallibleCalls = 0; ///< of the latest add that was to fail
+    /// Runs `attempt`, whose first add meets a failure, once for each fallible call of that add, and at last for none.
+    void failEachCallOfAdd(const std::function<void()> &attempt);
     /// Fails the nth call of the routine from now on, whoever makes it.
     void failCall(std::string routine, std::uint64_t nth = 1, std::optional<NTSTATUS> status = {},
                   bool andAllAfter = false);
@@ -83,10 +83,13 @@ class DriverTest : public testing::Test, protected sim::MachineObserver {
     void addFinished(const sim::AddReport &report) override;
 
   private:
-    Lines allLines();
+    const Lines &logSoFar();
+    Lines log_;                                  ///< every line of every log file, in the order of writing
+    std::map<std::string, std::size_t> logRead_; ///< bytes of each file that are in log_
     std::size_t linesTaken_ = 0;
     std::size_t linesBeforeAdd_ = 0;
     bool armedForAdd_ = false;
+    std::uint64_t callsOfAdd_ = 0; ///< fallible ones, of the latest add that was armed
     std::optional<sim::Machine> machine_;
 };
 

@@ -175,7 +175,7 @@ TEST_F(IrpsTest, doubleCompletionStops) {
     PIRP irp = request(device);
     EXPECT_EQ(stoppedBy([&] { sendAndWait(device, irp); }), "double completion");
     freeIrp(irp);
-    EXPECT_EQ(stoppedBy([&] { complete(irp, STATUS_SUCCESS); }), "double completion");
+    EXPECT_EQ(stoppedBy([&] { IofCompleteRequest(irp, IO_NO_INCREMENT); }), "double completion");
 }
 
 TEST_F(IrpsTest, completionWithPendingStatusOrCancelRoutineStops) {

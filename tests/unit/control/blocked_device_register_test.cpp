@@ -8,6 +8,8 @@
 namespace unit {
 namespace {
 
+using namespace std::string_literals;
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -144,9 +146,8 @@ TEST_F(BlockedDevicesLog, TellsWhatIsDone) {
     EXPECT_FALSE(contains(u"USB\\A"));
     remove(u"usb\\a");
     blocked.releaseAll();
-    EXPECT_THAT(takeLines(), ElementsAre(std::string("INFO Add blocked device, device object = 0xffff800012345670, "
-                                                     "hardwareIds = USB\\A\0USB\\B",
-                                                     86),
+    EXPECT_THAT(takeLines(), ElementsAre("INFO Add blocked device, device object = 0xffff800012345670, "
+                                         "hardwareIds = USB\\A\0USB\\B"s,
                                          "INFO Remove blocked device, hardwareIds = usb\\a",
                                          "INFO Release blocked devices resources"));
 }

@@ -8,6 +8,8 @@
 namespace unit {
 namespace {
 
+using namespace std::string_literals;
+
 class DeviceProperties : public DeviceWithProperties {
   protected:
     NTSTATUS readHardwareIds() { return getDeviceProperty(device, DevicePropertyHardwareID, out); }
@@ -19,7 +21,7 @@ class DeviceProperties : public DeviceWithProperties {
 TEST_F(DeviceProperties, ListsKeepTheirInnerNulsAndLoseTheLastOnes) {
     properties.hardwareIds = list({u"USB\\VID_1&REV_2", u"USB\\VID_1"});
     ASSERT_EQ(readHardwareIds(), STATUS_SUCCESS);
-    EXPECT_EQ(utf8(out), std::string("USB\\VID_1&REV_2\0USB\\VID_1", 25));
+    EXPECT_EQ(utf8(out), "USB\\VID_1&REV_2\0USB\\VID_1"s);
     EXPECT_EQ(out.maximumLength(), properties.hardwareIds->size());
 }
 

@@ -63,7 +63,7 @@ TEST_F(RegistryUpdater, AddDoesNotTakeAPartForTheName) {
 }
 
 TEST_F(RegistryUpdater, AddToAnEmptyListWorks) {
-    put({});
+    kernel.registry.setValue(keyOf(row), u"LowerFilters", REG_MULTI_SZ, std::vector<std::uint8_t>(4));
     EXPECT_EQ(add(), STATUS_SUCCESS);
     EXPECT_EQ(list(), List{std::u16string(ownName)});
 }
@@ -117,7 +117,14 @@ TEST_F(RegistryUpdater, ListWithoutAnyBytesIsLeftAlone) {
     kernel.registry.setValue(keyOf(row), u"LowerFilters", REG_MULTI_SZ, {});
     setLogLevel(static_cast<LONG>(LogLevel::error));
     EXPECT_EQ(add(), STATUS_RESOURCE_DATA_NOT_FOUND);
-    EXPECT_THAT(takeLines(), ElementsAre("ERROR RegistryUpdater failed to query multistring, status = 0xc0000197"));
+    EXPECT_THAT(takeLines(), ElementsAre("ERROR RegistryUpdater failed to query multistring, status = 0xc0000089"));
+}
+
+TEST_F(RegistryUpdater, ListOfALoneNulIsLeftAlone) {
+    kernel.registry.setValue(keyOf(row), u"LowerFilters", REG_MULTI_SZ, std::vector<std::uint8_t>(2));
+    setLogLevel(static_cast<LONG>(LogLevel::error));
+    EXPECT_EQ(add(), STATUS_OBJECT_TYPE_MISMATCH);
+    EXPECT_THAT(takeLines(), ElementsAre("ERROR RegistryUpdater failed to query multistring, status = 0xc0000024"));
 }
 
 TEST_F(RegistryUpdater, MissingClassesKeyIsToldAndReturned) {
@@ -153,7 +160,9 @@ TEST_F(RegistryUpdater, EveryFailingStepIsToldAndLeavesTheListAsItWas) {
     for (const FailingStep &step : steps) {
         SCOPED_TRACE(step.routine);
         put(before);
-        EXPECT_EQ(whileFailing(step.routine, 1, [&] { return add(); }), STATUS_INSUFFICIENT_RESOURCES);
+        EXPECT_EQ(whileFailing(
+                      step.routine, 1, [&] { return add(); }, STATUS_INSUFFICIENT_RESOURCES),
+                  STATUS_INSUFFICIENT_RESOURCES);
         EXPECT_THAT(takeLines(), testing::ElementsAreArray(step.lines));
         EXPECT_EQ(list(), before);
     }

@@ -9,6 +9,8 @@
 namespace unit {
 namespace {
 
+using namespace std::string_literals;
+
 class KStrings : public KernelTest {
   protected:
     sim::Pool::Block blockOf(const KString &text) { return kernel.pool.blockAt(text.buffer()).value(); }
@@ -163,7 +165,7 @@ TEST_F(KStrings, CopyHasExactlyTheLengthOfTheText) {
 TEST_F(KStrings, CopyKeepsNulsInsideTheText) {
     KString text;
     ASSERT_EQ(text.copyFrom(Text(multiSz({u"a", u"b"}))), STATUS_SUCCESS);
-    EXPECT_EQ(utf8(text), std::string("a\0b", 3));
+    EXPECT_EQ(utf8(text), "a\0b"s);
 }
 
 TEST_F(KStrings, CopyOfNothingHasNoBuffer) {
@@ -219,7 +221,7 @@ TEST_F(KStrings, DroppingTrailingNulsKeepsInnerOnes) {
     KString text;
     ASSERT_EQ(text.copyFrom(Text(std::u16string_view(u"a\0b\0\0", 5))), STATUS_SUCCESS);
     text.dropTrailingNuls();
-    EXPECT_EQ(utf8(text), std::string("a\0b", 3));
+    EXPECT_EQ(utf8(text), "a\0b"s);
     EXPECT_EQ(text.maximumLength(), 10);
 }
 

@@ -5,6 +5,8 @@
 namespace unit {
 namespace {
 
+using namespace std::string_literals;
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -90,7 +92,7 @@ TEST_F(LogStatements, ListsKeepTheirNuls) {
     KString ids;
     ASSERT_EQ(ids.copyFrom(Text(multiSz({u"USB\\A", u"USB\\B"}))), STATUS_SUCCESS);
     LOG_INFO(L"ids = ", ids, L", end");
-    EXPECT_THAT(takeLines(), ElementsAre(std::string("INFO ids = USB\\A\0USB\\B, end", 28)));
+    EXPECT_THAT(takeLines(), ElementsAre("INFO ids = USB\\A\0USB\\B, end"s));
 }
 
 TEST_F(LogStatements, EmptyStringsShowNothing) {

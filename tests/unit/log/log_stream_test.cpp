@@ -7,6 +7,8 @@
 namespace unit {
 namespace {
 
+using namespace std::string_literals;
+
 class LogStreams : public KernelTest {
   protected:
     static std::string shown(const LogStream &stream) { return utf8(stream.counted()); }
@@ -98,7 +100,7 @@ TEST_F(LogStreams, CountedStringsAreAppendedByTheirLength) {
     UNICODE_STRING shorter = literal(L"threex");
     shorter.Length = 10;
     stream.append(shorter);
-    EXPECT_EQ(shown(stream), std::string("one\0twothree", 12));
+    EXPECT_EQ(shown(stream), "one\0twothree"s);
 }
 
 TEST_F(LogStreams, AppendsChain) {

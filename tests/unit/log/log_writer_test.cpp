@@ -7,6 +7,8 @@
 namespace unit {
 namespace {
 
+using namespace std::string_literals;
+
 using testing::ElementsAre;
 
 class LogWriter : public LogWriterTest {};
@@ -110,7 +112,7 @@ TEST_F(LogEncoding, LoneSurrogatesBecomeReplacementCharacters) {
 
 TEST_F(LogEncoding, NulsAreKept) {
     writeLine(std::u16string_view(u"a\0b", 3));
-    EXPECT_EQ(fileOf(startSecond), std::string("a\0b\r\n", 5));
+    EXPECT_EQ(fileOf(startSecond), "a\0b\r\n"s);
 }
 
 } // namespace

@@ -222,7 +222,7 @@ TEST_F(StringRules, EmptyValueOfAnotherTypeFailsAsTheFrameworkFailsIt) {
     put(REG_EXPAND_SZ, {});
     EXPECT_EQ(readString(u"A B"), STATUS_RESOURCE_DATA_NOT_FOUND);
     EXPECT_THAT(takeLines(), ElementsAre("INFO Query string key, parameter = Rules",
-                                         "ERROR Failed to wdf query memory, status = 0xc0000197"));
+                                         "ERROR Failed to wdf query memory, status = 0xc0000089"));
 }
 
 TEST_F(StringRules, PieceOf32767CharactersIsTakenAndOneMoreIsSkipped) {

@@ -5,6 +5,8 @@
 namespace unit {
 namespace {
 
+using namespace std::string_literals;
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -87,9 +89,8 @@ TEST_F(RuleMatchingLog, TellsIdsSerialAndAnswer) {
     (void)storage.isAllowed(Text(multiSz({u"USB\\VID_1&REV_1", u"USB\\VID_1"})), Text(u"s1"));
     (void)storage.isReadOnly(Text(u"USB\\VID_1"), Text(u""));
     EXPECT_THAT(takeLines(),
-                ElementsAre(std::string("INFO Check request isAllowed, hardwareIds = USB\\VID_1&REV_1\0USB\\VID_1, "
-                                        "serial = s1, result = 1",
-                                        94),
+                ElementsAre("INFO Check request isAllowed, hardwareIds = USB\\VID_1&REV_1\0USB\\VID_1, "
+                            "serial = s1, result = 1"s,
                             "INFO Check request isReadOnly, hardwareIds = USB\\VID_1, serial = , result = 0"));
 }
 

@@ -5,6 +5,8 @@
 namespace unit {
 namespace {
 
+using namespace std::string_literals;
+
 class TextHelpers : public KernelTest {};
 
 TEST_F(TextHelpers, LiteralCountsItsTextWithoutTheNulAndItsRoomWithIt) {
@@ -40,7 +42,7 @@ TEST_F(TextHelpers, EmptyPartHasNoBuffer) {
 
 TEST_F(TextHelpers, TrailingNulsAreCutAndInnerOnesStay) {
     const Text text(std::u16string_view(u"a\0b\0\0", 5));
-    EXPECT_EQ(utf8(withoutTrailingNuls(text)), std::string("a\0b", 3));
+    EXPECT_EQ(utf8(withoutTrailingNuls(text)), "a\0b"s);
 }
 
 TEST_F(TextHelpers, TextOfNulsOnlyBecomesEmpty) {

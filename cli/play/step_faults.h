@@ -1,0 +1,31 @@
+#pragma once
+
+#include "../../simulator/kernel/faults.h"
+#include "../scenario/scenario.h"
+
+#include <cstdint>
+
+namespace cli {
+
+/// Makes platform calls fail as a scenario plans it: standing faults until they are replaced, those of a step in their
+/// place while it lasts. Counts the fallible calls of each step.
+class StepFaults {
+  public:
+    explicit StepFaults(sim::FaultPlan &plan) : plan_(plan) {}
+
+    /// From now on, beginning to count anew; none: calls succeed again.
+    void setStanding(Faults faults);
+    void beginStep(const Faults &ofStep);
+    /// Returns how many calls of the step could have failed.
+    std::uint64_t endStep();
+
+  private:
+    void apply(const Faults &faults);
+
+    sim::FaultPlan &plan_;
+    Faults standing_;
+    bool ofStep_ = false;
+    std::uint64_t callsBefore_ = 0;
+};
+
+} // namespace cli

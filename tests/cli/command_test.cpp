@@ -1,0 +1,170 @@
+// The command line: exit statuses, files and folders, what goes where.
+
+#include "cli/command.h"
+#include "cli/play_command.h"
+#include "cli/scenario/problem.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <fstream>
+#include <sstream>
+
+using namespace cli;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Outcome {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+Outcome run(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), "myrtelhaven");
+    std::vector<const char *> pointers;
+    for (const std::string &argument : arguments) {
+        pointers.push_back(argument.c_str());
+    }
+    std::ostringstream out;
+    std::ostringstream err;
+    Outcome result;
+    result.status = runCommand(static_cast<int>(pointers.size()), pointers.data(), out, err);
+    result.out = out.str();
+    result.err = err.str();
+    return result;
+}
+
+class Command : public testing::Test {
+  protected:
+    Command()
+        : // The device library of a folder is read once, so each test has a folder of its own.
+          folder(fs::temp_directory_path() /
+                 (std::string("command-test-") + testing::UnitTest::GetInstance()->current_test_info()->name())) {
+        fs::remove_all(folder);
+        fs::create_directories(folder);
+    }
+    ~Command() override { fs::remove_all(folder); }
+
+    std::string write(const std::string &name, const std::string &text) {
+        fs::create_directories((folder / name).parent_path());
+        std::ofstream(folder / name) << text;
+        return (folder / name).string();
+    }
+
+    fs::path folder;
+};
+
+const std::string good = "name: good\nsteps:\n  - expect: {loaded: false}\n";
+const std::string bad = "name: bad\nsteps:\n  - expect: {loaded: true}\n";
+const std::string broken = "nam: broken\n";
+
+} // namespace
+
+TEST_F(Command, exitStatusTellsWhatHappened) {
+    EXPECT_EQ(run({"play", write("good.yaml", good)}).status, 0);
+    EXPECT_EQ(run({"play", write("bad.yaml", bad)}).status, 1);
+    EXPECT_EQ(run({"play", write("broken.yaml", broken)}).status, 2);
+    EXPECT_EQ(run({"play", (folder / "missing.yaml").string()}).status, 2);
+    EXPECT_EQ(run({"play"}).status, 2);
+    EXPECT_EQ(run({"plai"}).status, 2);
+    EXPECT_EQ(run({}).status, 2);
+    EXPECT_EQ(run({"play", "--colour", "red", "x"}).status, 2);
+    EXPECT_EQ(run({"--help"}).status, 0);
+}
+
+TEST_F(Command, problemsOfFilesGoToStandardError) {
+    const std::string file = write("broken.yaml", broken);
+    const Outcome result = run({"play", file});
+    EXPECT_EQ(result.err, file + ":1: unknown key 'nam' in scenario (did you mean 'name'?)\n");
+    EXPECT_EQ(result.out, "");
+    const std::string missing = (folder / "missing.yaml").string();
+    EXPECT_EQ(run({"play", missing}).err, missing + ": there is no such file or folder\n");
+    EXPECT_EQ(run({"play", folder.string() + "/x/.."}).status, 2);
+}
+
+TEST_F(Command, aFileThatCannotBeUsedDoesNotStopTheOthers) {
+    write("a-broken.yaml", broken);
+    write("b-bad.yaml", bad);
+    write("c-good.yaml", good);
+    const Outcome result = run({"play", folder.string()});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_NE(result.out.find("✗ " + (folder / "b-bad.yaml").string() + "  bad (1 not met)\n"), std::string::npos);
+    EXPECT_NE(result.out.find("✓ " + (folder / "c-good.yaml").string() + "  good\n"), std::string::npos);
+    EXPECT_NE(result.out.find("1 of 2 scenarios held, 1 could not be used\n"), std::string::npos);
+}
+
+TEST_F(Command, foldersAreWalkedInOrderAndLibrariesLeftOut) {
+    write("z.yaml", good);
+    write("a/b.yaml", good);
+    write("devices/sticks.yaml", "stick: {instance: a}\n");
+    write("notes.txt", "no scenario");
+    EXPECT_EQ(scenarioFiles(folder.string()),
+              (std::vector<std::string>{(folder / "a/b.yaml").string(), (folder / "z.yaml").string()}));
+    fs::create_directory(folder / "empty");
+    EXPECT_THROW(scenarioFiles((folder / "empty").string()), UnusableFile);
+}
+
+TEST_F(Command, takesDevicesFromTheNearestLibrary) {
+    write("devices/sticks.yaml", R"(
+stick:
+  instance: USB\S\1
+  class: USB
+  hardware-ids: [USB\S]
+  usb: {vendor-id: 1, serial: LIBRARY, product: kept}
+)");
+    const std::string file = write("inner/deeper/s.yaml", R"(
+devices:
+  mine:
+    use: stick
+    instance: USB\S\2
+    usb: {serial: MINE}
+    compatible-ids: [USB\X]
+    expect: {message: {vendor-id: 1, serial: MINE, device-name: kept}}
+)");
+    const Outcome result = run({"play", file});
+    EXPECT_EQ(result.status, 0) << result.out << result.err;
+}
+
+TEST_F(Command, problemsOfTheLibraryAreNamedThere) {
+    const std::string library = write("devices/sticks.yaml", "stick: {instanze: USB\\S\\1}\n");
+    const Outcome result = run({"play", write("s.yaml", "devices: {a: {use: stick}}\n")});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_NE(result.err.find("sticks.yaml:1: unknown key 'instanze' in device 'stick' (did you mean 'instance'?)"),
+              std::string::npos)
+        << result.err;
+}
+
+TEST_F(Command, problemsOfRegFilesAreNamedThere) {
+    write("p.reg", "Windows Registry Editor Version 5.00\n\nnonsense\n");
+    const Outcome result = run({"play", write("s.yaml", "reg-files: [p.reg]\n")});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err, (folder / "p.reg").string() + ":3: expected a key, a value or a comment, found 'nonsense'\n");
+}
+
+TEST_F(Command, jsonIsAListOfFiles) {
+    write("bad.yaml", bad);
+    write("broken.yaml", broken);
+    const Outcome result = run({"play", "--json", folder.string()});
+    EXPECT_EQ(result.status, 2);
+    const auto json = nlohmann::json::parse(result.out);
+    ASSERT_EQ(json.size(), 2u);
+    EXPECT_EQ(json[0]["name"], "bad");
+    EXPECT_EQ(json[0]["held"], false);
+    EXPECT_EQ(json[1]["usable"], false);
+}
+
+TEST_F(Command, keepsFilesOnRequest) {
+    const std::string file = write("s.yaml", "clock: 2024-03-07 9:05:01\npolicy: {LogLevel: 4}\nsteps: [load]\n");
+    EXPECT_EQ(run({"play", "--keep-files", (folder / "kept").string(), file}).status, 0);
+    EXPECT_TRUE(fs::exists(folder / "kept/s/Temp/com.tarvenholt.myrtelhaven-driver-1709802301.log"));
+}
+
+TEST_F(Command, whatTheMachineRefusesIsAnUnusableFile) {
+    const std::string file = write("s.yaml", "hub-drivers: [NOHUB]\ndevices: {a: {instance: USB\\A\\1, class: USB}}\n");
+    const Outcome result = run({"play", file});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err.substr(0, file.size() + 2), file + ": ");
+}
