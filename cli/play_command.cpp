@@ -1,43 +1,20 @@
 #include "play_command.h"
 
-#include "../simulator/kernel/violation.h"
 #include "command.h"
 #include "report/json_report.h"
 #include "report/table_report.h"
 #include "scenario/scenario_parser.h"
+#include "violation_report.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <ostream>
 
 namespace cli {
 namespace {
 
 namespace fs = std::filesystem;
-
-/// Says which scenario the driver was in when it broke a rule that stops a machine.
-class ViolationReport {
-  public:
-    ViolationReport() {
-        sim::setBugCheckHandler([this](const sim::Violation &violation) {
-            std::fflush(nullptr);
-            fmt::print(stderr, "{}: the driver broke a rule ({}): {}: {}\n  called from {}\n", playing_, violation.rule,
-                       violation.routine, violation.message, violation.callSite);
-            std::abort();
-        });
-    }
-    ~ViolationReport() { sim::setBugCheckHandler({}); }
-    ViolationReport(const ViolationReport &) = delete;
-    ViolationReport &operator=(const ViolationReport &) = delete;
-
-    void playing(const std::string &file) { playing_ = file; }
-
-  private:
-    std::string playing_;
-};
 
 /// Collects what is to be said about all scenarios.
 class Report {

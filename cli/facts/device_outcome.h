@@ -65,6 +65,7 @@ struct DeviceOutcome {
     std::string device; ///< the scenario's path for it, or its instance id
     std::string instance;
     std::string setupClass;
+    int step = 0;            ///< number of the step that brought it; 0: the end of the scenario
     int depth = 0;           ///< below the first device of its tree that the scenario names
     bool ofScenario = false; ///< false: one that the machine has by itself, such as the USB root hub
 

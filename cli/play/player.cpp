@@ -85,9 +85,10 @@ class Playback {
         recorder_->endStep();
         current_.log = recorder_->takeStepLog();
         const std::deque<DeviceOutcome> &outcomes = recorder_->outcomes();
-        result_.outcomes.insert(result_.outcomes.end(),
-                                outcomes.begin() + static_cast<std::ptrdiff_t>(result_.outcomes.size()),
-                                outcomes.end());
+        for (std::size_t i = result_.outcomes.size(); i < outcomes.size(); ++i) {
+            result_.outcomes.push_back(outcomes[i]);
+            result_.outcomes.back().step = current_.number;
+        }
     }
 
     /// A driver that left something behind is wrong, whether or not the scenario asks.

@@ -40,6 +40,7 @@ Json deviceJson(const DeviceOutcome &outcome) {
     json["device"] = outcome.device;
     json["instance"] = outcome.instance;
     json["class"] = outcome.setupClass;
+    json["step"] = outcome.step > 0 ? Json(outcome.step) : Json();
     json["ofScenario"] = outcome.ofScenario;
     json["asked"] = outcome.asked;
     json["attached"] = outcome.attached;

@@ -48,11 +48,20 @@ std::string decisionText(const DeviceOutcome &outcome) {
     return outcome.decision == "none" ? "-" : outcome.decision;
 }
 
-Row rowOf(const DeviceOutcome &outcome) {
-    const std::string name = outcome.device.substr(outcome.device.rfind('/') + 1);
-    const std::string &shown = outcome.ofScenario ? name : outcome.device;
-    return {std::string(static_cast<std::size_t>(outcome.depth) * 2, ' ') + shown, outcome.setupClass,
-            decisionText(outcome), enforcedText(outcome), outcome.why.text};
+/// A device that came several times is told apart by the step.
+std::string nameOf(const DeviceOutcome &outcome, const PlayResult &result) {
+    std::string name = outcome.ofScenario ? outcome.device.substr(outcome.device.rfind('/') + 1) : outcome.device;
+    const auto times = std::count_if(result.outcomes.begin(), result.outcomes.end(),
+                                     [&](const DeviceOutcome &other) { return other.device == outcome.device; });
+    if (times > 1) {
+        name += fmt::format(", step {}", outcome.step);
+    }
+    return std::string(static_cast<std::size_t>(outcome.depth) * 2, ' ') + name;
+}
+
+Row rowOf(const DeviceOutcome &outcome, const PlayResult &result) {
+    return {nameOf(outcome, result), outcome.setupClass, decisionText(outcome), enforcedText(outcome),
+            outcome.why.text};
 }
 
 Colour colourOf(const std::string &decision) {
@@ -156,7 +165,7 @@ std::string deviceTable(const PlayResult &result, const Style &style, bool all) 
         if (!worthShowing(outcome, all)) {
             continue;
         }
-        rows.push_back(rowOf(outcome));
+        rows.push_back(rowOf(outcome, result));
         colours.push_back(colourOf(outcome.decision));
     }
     if (rows.empty()) {

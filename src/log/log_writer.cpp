@@ -99,6 +99,14 @@ ULONG secondsSince1970() {
     return RtlTimeToSecondsSince1970(&now, &seconds) ? seconds : 0;
 }
 
+void closeFile(Logger &log) {
+    if (log.file != nullptr) {
+        ZwClose(log.file);
+        log.file = nullptr;
+    }
+    log.written = -1;
+}
+
 /// Makes a fresh file the current one. False when that fails: the old file, if any, stays current.
 bool switchFile(Logger &log) {
     LogStream directory(POOL_FLAG_PAGED);
@@ -110,12 +118,20 @@ bool switchFile(Logger &log) {
     path.append(log.directory).append(L"\\").append(log.prefix).append(log.name).append(L"-");
     path.appendUnsigned32(secondsSince1970()).append(L".").append(log.extension);
     HANDLE file = nullptr;
-    if (path.failed() || !NT_SUCCESS(createFile(path.counted(), file))) {
+    if (path.failed()) {
         return false;
     }
-    if (log.file != nullptr) {
-        ZwClose(log.file);
+    NTSTATUS status = createFile(path.counted(), file);
+    if (status == STATUS_SHARING_VIOLATION && log.file != nullptr) {
+        // A second switch within one second asks for the very file that is open here, and this handle does not share
+        // writing. The new file takes the old one's place, so the old one goes first.
+        closeFile(log);
+        status = createFile(path.counted(), file);
     }
+    if (!NT_SUCCESS(status)) {
+        return false;
+    }
+    closeFile(log);
     log.file = file;
     log.written = 0;
     (void)rotateLogFiles(log);

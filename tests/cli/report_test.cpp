@@ -31,6 +31,13 @@ TEST(Table, showsTheMachinesOwnDevicesOnRequest) {
               std::string::npos);
 }
 
+TEST(Table, tellsApartADeviceThatCameTwice) {
+    const std::string table = deviceTable(
+        played(blocked + "steps: [load, start-control-node, plug: stick, replug: stick]\n"), Style(), false);
+    EXPECT_NE(table.find("\n  stick, step 3  USB"), std::string::npos) << table;
+    EXPECT_NE(table.find("\n  stick, step 4  USB"), std::string::npos) << table;
+}
+
 TEST(Table, wrapsTheLastColumn) {
     Style narrow;
     narrow.width = 80;

@@ -72,7 +72,7 @@ TEST_F(BlockedRegister, OnAHitTheMessageIsNotUpdated) {
     start();
     enter(joined(ids));
     plug(vendorBoard());
-    const FilterValues &filter = *addOf("board").filter;
+    const FilterValues &filter = filterOf("board");
     EXPECT_EQ(filter.mode, 1U);
     EXPECT_EQ(filter.ruleType, 3U);
     const MessageBytes message(filter.message);

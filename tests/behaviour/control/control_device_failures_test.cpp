@@ -130,7 +130,7 @@ TEST_F(ControlDeviceFailures, WithoutItDevicesAreBlocked) {
     EXPECT_EQ(plug(flashDrive()).problemCode(), 29U);
     EXPECT_TRUE(plug(mouse()).started());
     machine().replug(node);
-    EXPECT_TRUE(machine().replug(*machine().find("stick")).started());
+    EXPECT_TRUE(machine().replug(deviceNode("stick")).started());
 }
 
 TEST_F(ControlDeviceFailures, EveryFallibleCallInTurnLeavesAControlDeviceOrNone) {

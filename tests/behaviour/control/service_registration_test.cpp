@@ -67,7 +67,7 @@ TEST_F(ServiceRegistration, DoesNotMatterToTheRulesWithoutCallbackMode) {
     setParameter(u"CallbackTimeout", 1);
     sim::DeviceDescription device = flashDrive();
     EXPECT_TRUE(plug(device).started());
-    EXPECT_EQ(addOf("stick").filter->mode, 2U);
+    EXPECT_EQ(filterOf("stick").mode, 2U);
 }
 
 } // namespace

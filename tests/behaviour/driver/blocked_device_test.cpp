@@ -43,7 +43,7 @@ TEST_F(BlockedDevice, TakesNoMemoryWhileItIsDisabled) {
     sim::DeviceNode &node = plug(vendorBoard());
     const std::size_t blocks = kernel().pool.blocksInUse();
     machine().replug(node);
-    EXPECT_EQ(machine().find("board")->problemCode(), 29U);
+    EXPECT_EQ(deviceNode("board").problemCode(), 29U);
     EXPECT_EQ(kernel().pool.blocksInUse(), blocks);
 }
 
@@ -77,16 +77,16 @@ TEST_F(BlockedDevice, AFunctionIsBlockedAndItsSiblingsAreNot) {
     device.children[1].compatibleIds = {u"USB\\Class_ff&SubClass_00&Prot_00", u"USB\\Class_ff&SubClass_00",
                                         u"USB\\Class_ff"};
     EXPECT_TRUE(plug(device).started());
-    EXPECT_TRUE(machine().find("keyboard keys")->started());
-    EXPECT_EQ(machine().find("keyboard consumer")->problemCode(), 29U);
+    EXPECT_TRUE(deviceNode("keyboard keys").started());
+    EXPECT_EQ(deviceNode("keyboard consumer").problemCode(), 29U);
 }
 
 TEST_F(BlockedDevice, ACompositeDeviceItselfIsNeverBlocked) {
     apply({asText(u"COMPOSITE DevClass_00 Class_03"), {}, {}});
     EXPECT_TRUE(plug(keyboard()).started());
-    EXPECT_EQ(addOf("keyboard").filter->filterable, 0U);
-    EXPECT_EQ(addOf("keyboard").filter->ruleType, 1U);
-    EXPECT_EQ(machine().find("keyboard keys")->problemCode(), 29U);
+    EXPECT_EQ(filterOf("keyboard").filterable, 0U);
+    EXPECT_EQ(filterOf("keyboard").ruleType, 1U);
+    EXPECT_EQ(deviceNode("keyboard keys").problemCode(), 29U);
 }
 
 TEST_F(BlockedDevice, IsBlockedBelowNoHubToo) {
@@ -94,7 +94,7 @@ TEST_F(BlockedDevice, IsBlockedBelowNoHubToo) {
     device.busDriver = u"tsusbhub";
     sim::DeviceNode &node = plug(device, &machine().rootNode());
     EXPECT_EQ(node.problemCode(), 29U);
-    EXPECT_EQ(addOf("stick").filter->ruleType, 3U);
+    EXPECT_EQ(filterOf("stick").ruleType, 3U);
 }
 
 } // namespace

@@ -90,8 +90,8 @@ TEST_F(DenyWrite, TheFunctionOfACompositePhoneGetsItAndThePhoneDoesNot) {
     device.security = usualSecurity;
     device.children[0].security = usualSecurity;
     plug(device);
-    EXPECT_EQ(machine().find("phone")->security(), usualSecurity);
-    EXPECT_EQ(machine().find("pictures")->security(),
+    EXPECT_EQ(deviceNode("phone").security(), usualSecurity);
+    EXPECT_EQ(deviceNode("pictures").security(),
               "D:P(D;;0x2;;;WD)(A;;0x1f01ff;;;SY)(A;;0x1f01ff;;;BA)(A;;0x1201bf;;;WD)");
 }
 

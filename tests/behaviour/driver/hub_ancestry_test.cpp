@@ -123,7 +123,7 @@ TEST_F(HubAncestry, AFailedLastAppendIsLoggedAndProcessingGoesOn) {
         if (!log.empty() && log.front() == "ERROR Failed to get no usbhub devices, status = 0xc000009a") {
             ++told;
             EXPECT_TRUE(node.started());
-            EXPECT_EQ(addOf("mouse").filter->mode, 2U);
+            EXPECT_EQ(filterOf("mouse").mode, 2U);
         }
         machine().unplug(node);
     }

@@ -40,9 +40,9 @@ TEST_F(LeftAlone, TheRootHub) {
 
 TEST_F(LeftAlone, EveryIdThatBeginsAsARootHubs) {
     expectLeftAlone(plug(withIds({u"USB\\ROOT_HUB"})));
-    machine().unplug(*machine().find("mouse"));
+    machine().unplug(deviceNode("mouse"));
     expectLeftAlone(plug(withIds({u"USB\\ROOT_HUB30&VID8086&PID9D2F", u"USB\\VID_046D&PID_C077"})));
-    machine().unplug(*machine().find("mouse"));
+    machine().unplug(deviceNode("mouse"));
     expectLeftAlone(plug(withIds({u"ROOT_HUB20"}))); // an id without a bus name is taken whole
 }
 
@@ -71,7 +71,7 @@ TEST_F(LeftAlone, NothingWithOtherLettersOrOnlyALaterSuchId) {
         SCOPED_TRACE(lines::list(ids));
         sim::DeviceNode &node = plug(withIds(ids));
         EXPECT_EQ(node.problemCode(), 29U);
-        EXPECT_EQ(addOf("mouse").filter->mode, 1U);
+        EXPECT_EQ(filterOf("mouse").mode, 1U);
         machine().unplug(node);
     }
 }

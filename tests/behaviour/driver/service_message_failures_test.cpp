@@ -36,7 +36,7 @@ TEST_F(UnfilledMessage, NoDeviceDescriptorLeavesItZero) {
     device.usb->connectionInformation.failure = STATUS_DEVICE_NOT_READY;
     expectOnlyTheDecision(plugAndRead(device), 2, 2);
     EXPECT_THAT(addOf("stick").log, Contains("ERROR Failed to fill device info, status = 0xc00000a3"));
-    EXPECT_EQ(addOf("stick").filter->filterable, 1U) << "only the message's flag is not filled";
+    EXPECT_EQ(filterOf("stick").filterable, 1U) << "only the message's flag is not filled";
 }
 
 TEST_F(UnfilledMessage, TheLineStandsBetweenReadingAndDeciding) {
@@ -65,7 +65,7 @@ TEST_F(UnfilledMessage, ARuleForASerialDoesNotMatchADeviceThatCannotTellIt) {
     sim::DeviceDescription device = flashDrive();
     device.usb->connectionInformation.failure = STATUS_DEVICE_NOT_READY;
     EXPECT_EQ(plug(device).problemCode(), 29U);
-    EXPECT_EQ(addOf("stick").filter->mode, 1U);
+    EXPECT_EQ(filterOf("stick").mode, 1U);
 }
 
 TEST_F(UnfilledMessage, NoLanguageListMeansNoStrings) {

@@ -155,13 +155,13 @@ TEST_F(FilledMessage, InterfaceNumberAndCountOfACompositeDevice) {
 TEST_F(FilledMessage, InterfaceNumberAndCountOfAFunction) {
     sim::DeviceDescription device = keyboard();
     plug(device);
-    MessageBytes message(addOf("keyboard consumer").filter->message);
+    MessageBytes message(filterOf("keyboard consumer").message);
     EXPECT_EQ(message.interfaceNumber(), 1U);
     EXPECT_EQ(message.interfaceCount(), 2U);
-    machine().unplug(*machine().find("keyboard"));
+    machine().unplug(deviceNode("keyboard"));
     device.usb->interfaceCount = 1;
     plug(device);
-    message = MessageBytes(addOf("keyboard consumer").filter->message);
+    message = MessageBytes(filterOf("keyboard consumer").message);
     EXPECT_EQ(message.interfaceNumber(), 1U);
     EXPECT_EQ(message.interfaceCount(), 255U);
 }
@@ -189,7 +189,7 @@ TEST_F(FilledMessage, TheInterfaceNumberIsHexadecimal) {
         device.children[0].hardwareIds = {id};
         device.children.resize(1);
         plugAndRead(device);
-        EXPECT_EQ(MessageBytes(addOf("keyboard keys").filter->message).interfaceNumber(), number);
+        EXPECT_EQ(MessageBytes(filterOf("keyboard keys").message).interfaceNumber(), number);
     }
 }
 

@@ -111,7 +111,7 @@ TEST_F(Unload, ADriverCanBeLoadedAgain) {
         load();
         machine().plugControlNode();
         EXPECT_TRUE(plug(flashDrive()).started());
-        EXPECT_EQ(addOf("stick").filter->mode, 2U);
+        EXPECT_EQ(filterOf("stick").mode, 2U);
         unload();
         EXPECT_THAT(machine().leaks(), IsEmpty());
         for (const char *name : {"stick", "control"}) {
@@ -129,7 +129,7 @@ TEST_F(Unload, ARemovedControlNodeLeavesFiltersWithoutControlDevice) {
     EXPECT_EQ(plug(otherFlashDrive()).problemCode(), 29U);
     machine().plugControlNode();
     EXPECT_NE(driverState(machine()).controlDevice, nullptr);
-    EXPECT_TRUE(machine().replug(*machine().find("other stick")).started());
+    EXPECT_TRUE(machine().replug(deviceNode("other stick")).started());
 }
 
 } // namespace

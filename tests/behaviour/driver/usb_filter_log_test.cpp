@@ -117,7 +117,7 @@ TEST_F(UsbFilterLog, WithoutControlDeviceNobodyIsNotified) {
               lines::all(lines::created(ids), belowRootHub(), lines::reload(policy),
                          Lines{"INFO retreiveUsbMode Control device is not avaliable so it will be blocked"},
                          lines::blocked(ids), lines::removedFromRegister(ids)));
-    EXPECT_EQ(addOf("stick").filter->mode, 1U);
+    EXPECT_EQ(filterOf("stick").mode, 1U);
     plug(mouse());
     EXPECT_EQ(addOf("mouse").log, lines::all(lines::created(idsOf(mouse())), belowRootHub(), lines::reload(policy),
                                              lines::notFilterable()));
@@ -129,7 +129,7 @@ TEST_F(UsbFilterLog, BelowInfoAnAddLeavesNoTrace) {
     plug(flashDrive());
     plug(phone());
     plug(vendorBoard());
-    machine().unplug(*machine().find("stick"));
+    machine().unplug(deviceNode("stick"));
     unload();
     EXPECT_THAT(takeLog(), testing::IsEmpty());
     EXPECT_THAT(kernel().files.tempFiles(), testing::IsEmpty());

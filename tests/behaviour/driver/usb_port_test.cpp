@@ -27,7 +27,7 @@ class UsbPort : public DriverTest {
         return device;
     }
     void expectFailure(std::string_view device, NTSTATUS status, const std::string &line) {
-        EXPECT_EQ(machine().find(device)->problemCode(), 31U);
+        EXPECT_EQ(deviceNode(device).problemCode(), 31U);
         EXPECT_EQ(addOf(device).returned, status);
         EXPECT_EQ(addOf(device).log.back(), line);
     }
@@ -73,7 +73,7 @@ TEST_F(UsbPort, AnInterfaceNumberAloneMakesAFunction) {
 
 TEST_F(UsbPort, WithoutEitherTheParentIsTakenForTheHub) {
     plug(parentOf(u"otherbus", {u"USB\\VID_1234&PID_5678"}));
-    EXPECT_TRUE(machine().find("function")->started());
+    EXPECT_TRUE(deviceNode("function").started());
     EXPECT_THAT(addOf("function").log, Contains(testing::StartsWith("ERROR Failed to fill device info, status = 0x")));
     EXPECT_EQ(messageOf("function").deviceName(), u"");
 }

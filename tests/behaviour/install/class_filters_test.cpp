@@ -145,7 +145,7 @@ TEST_F(ClassFilters, TheNodesNextStartRepairsTheLists) {
     registry().deleteValue(portable.key(), portable.valueName);
     registry().setMultiString(usb.key(), usb.valueName, {u"other"});
     registry().setDword(sim::Machine::serviceKey(), u"Start", 3);
-    machine().replug(*machine().find("control"));
+    machine().replug(deviceNode("control"));
     EXPECT_EQ(names(portable), Names{ourName});
     EXPECT_EQ(names(usb), (Names{u"other", ourName}));
     EXPECT_EQ(registry().dword(sim::Machine::serviceKey(), u"Start"), 0U);

@@ -30,7 +30,7 @@ class EmptyLists : public DriverTest {
         });
         return {begin, end};
     }
-    bool filterable() { return addOf("stick").filter->filterable != 0; }
+    bool filterable() { return filterOf("stick").filterable != 0; }
     static std::vector<std::uint8_t> nuls(std::size_t bytes) { return std::vector<std::uint8_t>(bytes); }
 };
 
@@ -90,7 +90,7 @@ TEST_F(EmptyLists, OnlyTheBlockedListHasADefault) {
             EXPECT_THAT(log, Not(Contains(StartsWith("ERROR"))));
             EXPECT_THAT(log, Not(Contains(StartsWith("INFO Rules in registry is empty"))));
             EXPECT_THAT(log, Contains("INFO Query string key, parameter = " + lines::utf8(value)));
-            EXPECT_EQ(addOf("stick").filter->mode, 1U);
+            EXPECT_EQ(filterOf("stick").mode, 1U);
         }
     }
 }
@@ -123,9 +123,9 @@ TEST_F(EmptyLists, EmptyDataOfAnotherTypeFails) {
 TEST_F(EmptyLists, TheSecondStringOfNothingEndsAList) {
     // A NUL more than the two that end a list, and strings behind the end.
     readingOf(u"AllowedHardwareIds", REG_MULTI_SZ, bytesOf(std::u16string_view(u"VID_0781*\0\0\0", 12)));
-    EXPECT_EQ(addOf("stick").filter->mode, 2U);
+    EXPECT_EQ(filterOf("stick").mode, 2U);
     readingOf(u"AllowedHardwareIds", REG_MULTI_SZ, bytesOf(std::u16string_view(u"a\0\0VID_0781*\0\0", 14)));
-    EXPECT_EQ(addOf("stick").filter->mode, 1U);
+    EXPECT_EQ(filterOf("stick").mode, 1U);
 }
 
 } // namespace

@@ -35,7 +35,7 @@ TEST_F(LongRules, APieceOf32767CharactersIsTaken) {
     const Lines log = logWithLengths();
     EXPECT_THAT(log, Contains("INFO putIdToContainerWithSerial rule = 32767"));
     EXPECT_THAT(log, Not(Contains(StartsWith("ERROR Max rule size"))));
-    EXPECT_EQ(addOf("stick").filter->filterable, 1U);
+    EXPECT_EQ(filterOf("stick").filterable, 1U);
 }
 
 TEST_F(LongRules, APieceOf32768CharactersIsSkippedAndThoseAroundItAreKept) {
@@ -45,7 +45,7 @@ TEST_F(LongRules, APieceOf32768CharactersIsSkippedAndThoseAroundItAreKept) {
     ASSERT_LE(at + 3, log.end());
     EXPECT_EQ(at[1], "ERROR Max rule size more then USHRT_MAX. The rule will be skipped");
     EXPECT_EQ(at[2], "INFO putIdToContainerWithSerial rule = Class_08");
-    EXPECT_EQ(addOf("stick").filter->filterable, 1U);
+    EXPECT_EQ(filterOf("stick").filterable, 1U);
 }
 
 TEST_F(LongRules, TheStoredNulCountsWithTheLastPiece) {
@@ -60,13 +60,13 @@ TEST_F(LongRules, ASkippedPieceMayBeTheOnlyOne) {
     const Lines log = logWithLengths();
     EXPECT_THAT(log, Contains("ERROR Max rule size more then USHRT_MAX. The rule will be skipped"));
     EXPECT_THAT(log, Not(Contains(StartsWith("ERROR Failed to read"))));
-    EXPECT_EQ(addOf("stick").filter->filterable, 0U);
+    EXPECT_EQ(filterOf("stick").filterable, 0U);
 }
 
 TEST_F(LongRules, AWildcardStillFitsBehind32765Characters) {
     apply({asText(u"Class_08"), asText(piece(32'765) + u" VID_0781&PID_5581"), asStrings({})});
     EXPECT_THAT(logWithLengths(), Not(Contains(StartsWith("ERROR"))));
-    EXPECT_EQ(addOf("stick").filter->mode, 2U);
+    EXPECT_EQ(filterOf("stick").mode, 2U);
 }
 
 TEST_F(LongRules, BehindOneCharacterMoreItDoesNotAndTheListEndsThere) {
@@ -84,14 +84,14 @@ TEST_F(LongRules, BehindOneCharacterMoreItDoesNotAndTheListEndsThere) {
                                                 "INFO Query multistring key, parameter = ReadOnlyHardwareIds",
                                                 "INFO putIdToContainerWithSerial rule = VID_0781*",
                                                 "ERROR Failed to read readonly rules key, status = 0xc0000023"}));
-        EXPECT_EQ(addOf("stick").filter->mode, 3U);
+        EXPECT_EQ(filterOf("stick").mode, 3U);
     }
 }
 
 TEST_F(LongRules, RulesBeforeAFailedOneStay) {
     apply({asText(u"Class_08"), asText(u"VID_0781* " + piece(32'766) + u" "), asStrings({})});
     logWithLengths();
-    EXPECT_EQ(addOf("stick").filter->mode, 2U);
+    EXPECT_EQ(filterOf("stick").mode, 2U);
 }
 
 TEST_F(LongRules, AStringOfAListFailsLikewiseAndIsReadAgainAsText) {
@@ -104,13 +104,13 @@ TEST_F(LongRules, AStringOfAListFailsLikewiseAndIsReadAgainAsText) {
                                             "INFO Query string key, parameter = AllowedHardwareIds",
                                             "ERROR Invalid parameter when wdf query memory",
                                             "ERROR Failed to read allowed rules key, status = 0xc000000d"}));
-    EXPECT_EQ(addOf("stick").filter->mode, 2U) << "rules before the failed one stay";
+    EXPECT_EQ(filterOf("stick").mode, 2U) << "rules before the failed one stay";
 }
 
 TEST_F(LongRules, ARuleWithABackslashNeedsNoWildcard) {
     apply({asText(u"Class_08"), asText(piece(32'000) + u"\\" + piece(766) + u" VID_0781*"), asStrings({})});
     EXPECT_THAT(logWithLengths(), Not(Contains(StartsWith("ERROR"))));
-    EXPECT_EQ(addOf("stick").filter->mode, 2U);
+    EXPECT_EQ(filterOf("stick").mode, 2U);
 }
 
 } // namespace

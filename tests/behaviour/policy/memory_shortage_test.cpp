@@ -26,9 +26,9 @@ TEST_F(MemoryShortage, AMatchThatRaisesIsNoMatch) {
     const auto ids = idsOf(flashDrive());
     EXPECT_THAT(addOf("stick").log, Contains("INFO Check request isAllowed, hardwareIds = " + lines::list(ids) +
                                              ", serial = A20054F50D478A23, result = 0"));
-    EXPECT_EQ(addOf("stick").filter->mode, 1U);
-    EXPECT_EQ(addOf("stick").filter->filterable, 1U);
-    EXPECT_TRUE(machine().replug(*machine().find("stick")).started());
+    EXPECT_EQ(filterOf("stick").mode, 1U);
+    EXPECT_EQ(filterOf("stick").filterable, 1U);
+    EXPECT_TRUE(machine().replug(deviceNode("stick")).started());
 }
 
 TEST_F(MemoryShortage, AfterOneMatchThatRaisedTheNextIdIsTried) {
@@ -56,7 +56,7 @@ TEST_F(MemoryShortage, ClassCodesThatCannotBeMatchedStayZeroAndTheAddGoesOn) {
     start();
     failInAdd("FsRtlIsNameInExpression", 1, {}, true);
     EXPECT_TRUE(plug(mouse()).started());
-    const auto &message = addOf("mouse").filter->message;
+    const auto &message = filterOf("mouse").message;
     EXPECT_EQ(message[536], 0);
     EXPECT_EQ(message[16], 0x6D) << "the rest is there";
 }

@@ -15,7 +15,7 @@ class ModeResolution : public DriverTest {
         machine().presetClassFilters();
         start();
         plug(flashDrive());
-        const std::uint32_t mode = addOf("stick").filter->mode;
+        const std::uint32_t mode = filterOf("stick").mode;
         unload();
         unplug("stick");
         unplug("control");
@@ -64,7 +64,7 @@ TEST_F(ModeResolution, AFallbackToReadOnlyStillKnowsReadOnlyUnlisted) {
     setParameter(u"CallbackFallbackAction", 1);
     start();
     plug(flashDrive());
-    EXPECT_EQ(addOf("stick").filter->ruleType, 5U);
+    EXPECT_EQ(filterOf("stick").ruleType, 5U);
 }
 
 TEST_F(ModeResolution, WhatIsNotFilterableIsAllowedInEveryMode) {
@@ -72,7 +72,7 @@ TEST_F(ModeResolution, WhatIsNotFilterableIsAllowedInEveryMode) {
     apply({});
     start();
     EXPECT_TRUE(plug(mouse()).started());
-    EXPECT_EQ(addOf("mouse").filter->mode, 2U);
+    EXPECT_EQ(filterOf("mouse").mode, 2U);
 }
 
 TEST_F(ModeResolution, WithoutControlDeviceEveryFilterableDeviceIsBlockedInEveryMode) {

@@ -105,7 +105,7 @@ TEST_F(RuleLists, WithoutABlockedListTheOthersAreNotRead) {
                                 "ERROR Failed to wdf query memory, status = 0xc0000034",
                                 "ERROR Failed to read blocked rules key, status = 0xc0000034"}));
     EXPECT_TRUE(plug(flashDrive()).started()) << "nothing is filterable then";
-    EXPECT_EQ(addOf("stick").filter->ruleType, 1U);
+    EXPECT_EQ(filterOf("stick").ruleType, 1U);
 }
 
 TEST_F(RuleLists, AFailedAllowedListIsToldTwiceAndTheReadOnlyListIsRead) {
@@ -123,7 +123,7 @@ TEST_F(RuleLists, AFailedAllowedListIsToldTwiceAndTheReadOnlyListIsRead) {
                                             "INFO Query multistring key, parameter = ReadOnlyHardwareIds",
                                             "INFO putIdToContainerWithSerial rule = VID_0781*",
                                             "ERROR Failed to read readonly rules key, status = 0xc0000034"}));
-    EXPECT_EQ(addOf("stick").filter->mode, 3U);
+    EXPECT_EQ(filterOf("stick").mode, 3U);
 }
 
 TEST_F(RuleLists, AReadOnlyListReadAsTextClearsTheStatusOfTheAllowedList) {
@@ -143,7 +143,7 @@ TEST_F(RuleLists, WithoutTheParametersKeyNothingIsFilterable) {
     EXPECT_EQ(reading(),
               (Lines{"INFO Release the rule storage resources", "ERROR Failed to open key, status = 0xc0000034"}));
     EXPECT_TRUE(plug(flashDrive()).started());
-    EXPECT_EQ(addOf("stick").filter->ruleType, 1U);
+    EXPECT_EQ(filterOf("stick").ruleType, 1U);
 }
 
 TEST_F(RuleLists, TheKeyThatCannotBeOpenedLeavesTheSetsEmpty) {
@@ -160,7 +160,7 @@ TEST_F(RuleLists, ACollectionThatCannotBeMadeFallsBackToText) {
     EXPECT_EQ(log[2], "ERROR Failed to create a collection, status = 0xc000009a");
     EXPECT_EQ(log[3], "INFO Query string key, parameter = BlockedCompatibleIds");
     EXPECT_EQ(log[4], "INFO putIdToContainerWithSerial rule = Class_08");
-    EXPECT_EQ(addOf("stick").filter->filterable, 1U);
+    EXPECT_EQ(filterOf("stick").filterable, 1U);
 }
 
 TEST_F(RuleLists, AreReadAnewForEachDecision) {
@@ -169,7 +169,7 @@ TEST_F(RuleLists, AreReadAnewForEachDecision) {
     apply({});
     EXPECT_EQ(plug(otherFlashDrive()).problemCode(), 29U);
     apply({asText(u"Class_06"), {}, {}});
-    EXPECT_TRUE(machine().replug(*machine().find("other stick")).started());
+    EXPECT_TRUE(machine().replug(deviceNode("other stick")).started());
 }
 
 TEST_F(RuleLists, ValueNamesAreFoundInAnyLetterCase) {

@@ -12,10 +12,10 @@ class RuleMatching : public DriverTest {
         apply({});
         start();
     }
-    const FilterValues &filterOf(const sim::DeviceDescription &device) {
+    const FilterValues &judge(const sim::DeviceDescription &device) {
         unplug(device.name);
         plug(device);
-        return *addOf(device.name).filter;
+        return filterOf(device.name);
     }
     static sim::DeviceDescription withCompatibleIds(std::vector<std::u16string> ids) {
         sim::DeviceDescription device = mouse();
@@ -54,7 +54,7 @@ TEST_F(RuleMatching, WhatIsFilterable) {
     for (const Case &one : cases) {
         SCOPED_TRACE(lines::list(one.blocked.rules()) + " on " + lines::list(one.ids));
         apply({one.blocked, asStrings({}), asStrings({})});
-        const FilterValues &filter = filterOf(withCompatibleIds(one.ids));
+        const FilterValues &filter = judge(withCompatibleIds(one.ids));
         EXPECT_EQ(filter.filterable, one.filterable ? 1U : 0U);
         EXPECT_EQ(filter.mode, one.filterable ? 1U : 2U);
         EXPECT_EQ(filter.ruleType, one.filterable ? 3U : 1U);
@@ -91,54 +91,54 @@ TEST_F(RuleMatching, WhatAnAllowedRuleMatches) {
     for (const Case &one : cases) {
         SCOPED_TRACE(lines::list(one.allowed.rules()));
         apply({asText(u"Class_08"), one.allowed, asStrings({})});
-        EXPECT_EQ(filterOf(flashDrive()).mode, one.matches ? 2U : 1U);
+        EXPECT_EQ(judge(flashDrive()).mode, one.matches ? 2U : 1U);
         apply({asText(u"Class_08"), asStrings({}), one.allowed});
-        EXPECT_EQ(filterOf(flashDrive()).mode, one.matches ? 3U : 1U) << "the read-only list matches alike";
+        EXPECT_EQ(judge(flashDrive()).mode, one.matches ? 3U : 1U) << "the read-only list matches alike";
     }
 }
 
 TEST_F(RuleMatching, ADeviceWithoutSerialNumberStillHasTheBackslash) {
     apply(allowing({u"VID_04B4&PID_8613"}));
-    EXPECT_EQ(filterOf(vendorBoard()).mode, 2U);
+    EXPECT_EQ(judge(vendorBoard()).mode, 2U);
     apply(allowing({u"VID_04B4&PID_8613\\"}));
-    EXPECT_EQ(filterOf(vendorBoard()).mode, 2U);
+    EXPECT_EQ(judge(vendorBoard()).mode, 2U);
     apply(allowing({u"VID_04B4&PID_8613\\?*"}));
-    EXPECT_EQ(filterOf(vendorBoard()).mode, 1U);
+    EXPECT_EQ(judge(vendorBoard()).mode, 1U);
 }
 
 TEST_F(RuleMatching, ARuleForOneSerialNumberIsForThatStickAlone) {
     apply(allowing({u"VID_0781&PID_5581\\A20054F50D478A23"}));
-    EXPECT_EQ(filterOf(flashDrive()).mode, 2U);
-    EXPECT_EQ(filterOf(otherFlashDrive()).mode, 1U);
+    EXPECT_EQ(judge(flashDrive()).mode, 2U);
+    EXPECT_EQ(judge(otherFlashDrive()).mode, 1U);
 }
 
 TEST_F(RuleMatching, EveryHardwareIdIsTried) {
     sim::DeviceDescription device = vendorBoard();
     device.hardwareIds = {u"USB\\FIRST", u"USB\\SECOND", u"USB\\THIRD"};
     apply(allowing({u"THIRD"}));
-    EXPECT_EQ(filterOf(device).mode, 2U);
+    EXPECT_EQ(judge(device).mode, 2U);
 }
 
 TEST_F(RuleMatching, OnBothListsADeviceIsAllowed) {
     Policy policy = allowing({u"VID_0781*"});
     policy.readOnly = asStrings({u"VID_0781*"});
     apply(policy);
-    EXPECT_EQ(filterOf(flashDrive()).mode, 2U);
+    EXPECT_EQ(judge(flashDrive()).mode, 2U);
 }
 
 TEST_F(RuleMatching, AListedDeviceThatIsNotFilterableIsAllowed) {
     Policy policy = readOnly({u"VID_046D*"});
     apply(policy);
-    EXPECT_EQ(filterOf(mouse()).mode, 2U);
+    EXPECT_EQ(judge(mouse()).mode, 2U);
 }
 
 TEST_F(RuleMatching, LettersBeyondAsciiIgnoreCaseToo) {
     sim::DeviceDescription device = flashDrive();
     device.usb->strings[device.usb->serialIndex] = u"sériè";
     apply(allowing({u"VID_0781&PID_5581\\SÉRIÈ"}));
-    EXPECT_EQ(filterOf(device).mode, 2U);
+    EXPECT_EQ(judge(device).mode, 2U);
     apply(allowing({u"vid_0781&pid_5581\\sériè"}));
-    EXPECT_EQ(filterOf(device).mode, 2U);
+    EXPECT_EQ(judge(device).mode, 2U);
 }
 
 TEST_F(RuleMatching, ManyRulesAreAllTried) {
@@ -149,7 +149,7 @@ TEST_F(RuleMatching, ManyRulesAreAllTried) {
     }
     rules.insert(rules.begin() + 250, u"VID_0781*");
     apply(allowing(rules));
-    EXPECT_EQ(filterOf(flashDrive()).mode, 2U);
+    EXPECT_EQ(judge(flashDrive()).mode, 2U);
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <stdexcept>
 #include <utility>
 
 namespace behaviour {
@@ -135,6 +136,22 @@ const Add &DriverTest::addOf(std::string_view device) {
         static const Add none{};
         ADD_FAILURE() << "the driver was not asked to add " << device;
         return none;
+    }
+    return *found;
+}
+
+const FilterValues &DriverTest::filterOf(std::string_view device) {
+    const Add &add = addOf(device);
+    if (!add.filter) {
+        throw std::runtime_error(std::string(device) + " has no USB filter");
+    }
+    return *add.filter;
+}
+
+sim::DeviceNode &DriverTest::deviceNode(std::string_view device) {
+    sim::DeviceNode *found = machine().find(device);
+    if (found == nullptr) {
+        throw std::runtime_error("there is no device " + std::string(device));
     }
     return *found;
 }

@@ -63,6 +63,10 @@ class DriverTest : public testing::Test, protected sim::MachineObserver {
     Lines takeLog();
     /// The latest add of the device with that name; fails the test when there was none.
     const Add &addOf(std::string_view device);
+    /// Inner values of the filter in that add. Throws when there is none.
+    const FilterValues &filterOf(std::string_view device);
+    /// The device that is plugged under that name. Throws when there is none.
+    sim::DeviceNode &deviceNode(std::string_view device);
     bool wasAdded(std::string_view device) const;
     std::vector<Add> adds; ///< in order
 
