@@ -7,6 +7,9 @@ shift
 results=$(mktemp -d)
 trap 'rm -rf "$results"' EXIT
 export GTEST_OUTPUT="xml:$results/"
+# Machines that a test lets crash leave their folders behind; these go with the results.
+mkdir "$results/tmp"
+export TMPDIR="$results/tmp"
 ctest --test-dir "$build" --output-on-failure -j "$(nproc)" "$@"
 status=$?
 python3 - "$results" "$status" <<'PYTHON'
