@@ -3,6 +3,7 @@
 #include "tests/unit/fixture/log_writer_fixture.h"
 
 #include <atomic>
+#include <chrono>
 #include <future>
 #include <mutex>
 #include <thread>
@@ -81,46 +82,59 @@ class LogCloseDuringWrite : public LogWriterTest {
                 });
             }
         });
+        submitLine(u"being written");
+        const bool began = writing.get_future().wait_for(longEnough) == std::future_status::ready;
+        EXPECT_TRUE(began) << "nothing is listed after a new file";
     }
     ~LogCloseDuringWrite() override { kernel.trace.setObserver({}); }
 
+    /// Queues a line and waits until a worker has it so far that only the log itself is missing.
+    void submitLineThatWaits(std::u16string_view text) {
+        kernel.faults.clear();
+        kernel.faults.arm(true); // counts without failing anything
+        submitLine(text);
+        constexpr std::uint64_t calls = 4; // text, record, work item, UTF-8 bytes
+        while (kernel.faults.callsSeen() < calls) {
+            std::this_thread::yield();
+        }
+        kernel.faults.arm(false);
+        for (int times = 0; times < 1000; ++times) {
+            std::this_thread::yield(); // likely enough to reach the lock; the outcome is the same if not
+        }
+    }
+    /// Closes the log while the record is held up, and lets it go on as soon as the closing has begun.
+    void closeMeanwhile() {
+        std::atomic<bool> closed = false;
+        std::thread closer([&] {
+            closeLog();
+            closed = true;
+        });
+        while (!isLoggerClosing()) {
+            std::this_thread::yield();
+        }
+        EXPECT_FALSE(closed);
+        mayGoOn.set_value();
+        closer.join();
+    }
+
+    static constexpr std::chrono::minutes longEnough{1};
     std::once_flag stopped;
     std::promise<void> writing;
     std::promise<void> mayGoOn;
 };
 
 TEST_F(LogCloseDuringWrite, WaitsForTheRecordBeingWrittenAndForNoOther) {
-    submitLine(u"being written");
-    writing.get_future().wait();
-    submitLine(u"waits for the lock");
-    submitLine(u"waits for the lock too");
-
-    std::atomic<bool> closed = false;
-    std::thread closer([&] {
-        closeLog();
-        closed = true;
-    });
-    while (!isLoggerClosing()) {
-        std::this_thread::yield();
-    }
-    EXPECT_FALSE(closed);
-    mayGoOn.set_value();
-    closer.join();
+    submitLineThatWaits(u"waits for the lock");
+    submitLineThatWaits(u"waits for the lock too");
+    closeMeanwhile();
     settle();
     EXPECT_EQ(fileOf(startSecond), "being written\r\n");
 }
 
 TEST_F(LogCloseDuringWrite, DoesNotWaitForRecordsThatNoWorkerHasTaken) {
-    submitLine(u"being written");
-    writing.get_future().wait();
     kernel.workers.pause();
     submitLine(u"too late");
-    std::thread closer([&] { closeLog(); });
-    while (!isLoggerClosing()) {
-        std::this_thread::yield();
-    }
-    mayGoOn.set_value();
-    closer.join(); // the other worker is still held back
+    closeMeanwhile(); // the other worker is still held back
     kernel.workers.resume();
     settle();
     EXPECT_EQ(fileOf(startSecond), "being written\r\n");
