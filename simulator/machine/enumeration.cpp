@@ -9,6 +9,7 @@
 #include <usbiodef.h>
 
 #include <stdexcept>
+#include <thread>
 
 namespace sim::machine {
 
@@ -85,11 +86,12 @@ void PlugAndPlay::withdraw(Node &node) {
 
 // learn.microsoft.com: IRP_MN_QUERY_DEVICE_RELATIONS, BusRelations: each object comes referenced, the list from pool.
 void PlugAndPlay::reportToPlugAndPlay(Node &node, Node &parent) {
+    const NodeClaim claim = claimUnlessOwn(parent); // its stack must not be taken apart under the request
     PDEVICE_OBJECT parentDevice = nullptr;
     {
         const std::lock_guard guard(tree_.mutex);
         parentDevice = parent.state.device;
-        if (parentDevice == nullptr) {
+        if (parentDevice == nullptr || parent.state.gone) {
             return; // just unplugged
         }
         kernel().objects.reference(parentDevice, nullptr);
@@ -112,6 +114,16 @@ void PlugAndPlay::reportToPlugAndPlay(Node &node, Node &parent) {
                  "a driver in the stack of \"" + parent.description().name + "\" keeps the bus's devices to itself",
                  nullptr);
     }
+}
+
+NodeClaim PlugAndPlay::claimUnlessOwn(Node &node) {
+    {
+        const std::lock_guard guard(tree_.mutex);
+        if (node.state.owner == std::this_thread::get_id()) {
+            return {};
+        }
+    }
+    return tree_.claim(node);
 }
 
 void PlugAndPlay::configure(Node &node) {

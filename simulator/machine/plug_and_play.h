@@ -49,6 +49,8 @@ class PlugAndPlay {
 
     // enumeration.cpp
     Node *enumerate(const std::shared_ptr<Hardware> &hardware, Node &parent);
+    /// Makes this thread the owner of the node where it is not already; empty then, and for a node that has gone.
+    NodeClaim claimUnlessOwn(Node &node);
     void reportToPlugAndPlay(Node &node, Node &parent);
     void configure(Node &node);
     void enumerateChildren(Node &node);
