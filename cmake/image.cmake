@@ -94,10 +94,13 @@ function(image_resource source output version)
         list(POP_FRONT numbers number)
         list(APPEND definitions -D "DRIVER_VERSION_${name}=${number}")
     endforeach()
+    # The resource compiler takes an absolute name below a folder such as /check for its option /C.
+    image_relative_name("${source}" shown)
     add_custom_command(
         OUTPUT "${output}"
-        COMMAND "${IMAGE_RESOURCE_COMPILER}" ${definitions} -FO "${output}" "${source}"
+        COMMAND "${IMAGE_RESOURCE_COMPILER}" ${definitions} -FO "${output}" "${shown}"
         DEPENDS "${source}"
+        WORKING_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}"
         COMMENT "Compiling the version resource, ${four}"
         VERBATIM)
 endfunction()
