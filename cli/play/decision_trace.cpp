@@ -22,10 +22,6 @@ std::u16string textOfElement(const void *element) {
     return std::u16string(sim::view(*static_cast<const UNICODE_STRING *>(element)));
 }
 
-std::string shown(const std::u16string &text) {
-    return visibleText(sim::toUtf8(text));
-}
-
 } // namespace
 
 DecisionTrace::DecisionTrace(sim::Kernel &kernel) : kernel_(kernel) {
@@ -140,7 +136,7 @@ void DecisionTrace::matched(const sim::TraceEvent &event) {
 }
 
 void DecisionTrace::record(const RuleTable &table, const std::u16string &rule, const std::u16string &id) {
-    RuleHit hit{shown(table.value), table.builtInList, shown(rule), shown(id)};
+    RuleHit hit{visibleText(table.value), table.builtInList, visibleText(rule), visibleText(id)};
     if (sim::equalNoCase(table.value, filterableList)) {
         filterableBy_ = std::move(hit);
     } else {

@@ -26,10 +26,6 @@ void report(StepResult &step, const Location &where, std::string what, const std
     }
 }
 
-std::string shown(std::u16string_view text) {
-    return visibleText(sim::toUtf8(text));
-}
-
 Texts visible(const std::vector<std::string> &texts) {
     Texts list;
     for (const std::string &text : texts) {
@@ -131,7 +127,7 @@ void ExpectationCheck::checkRegistry(const RegistryExpectation &expectation, Ste
     if (!expectation.name) {
         const bool found = registry.keyExists(expectation.key);
         if (found != expectation.exists) {
-            report(step, expectation.where, "key " + shown(expectation.key),
+            report(step, expectation.where, "key " + visibleText(expectation.key),
                    Mismatch{yesNo(expectation.exists), yesNo(found)});
         }
         return;
@@ -141,7 +137,8 @@ void ExpectationCheck::checkRegistry(const RegistryExpectation &expectation, Ste
     if (found.has_value() == expectation.exists && (!found || data == expectation.value)) {
         return;
     }
-    report(step, expectation.where, fmt::format("value {} of {}", shown(*expectation.name), shown(expectation.key)),
+    report(step, expectation.where,
+           fmt::format("value {} of {}", visibleText(*expectation.name), visibleText(expectation.key)),
            Mismatch{expectation.exists ? describeValue(expectation.value) : "absent",
                     found ? describeValue(data) : "absent"});
 }

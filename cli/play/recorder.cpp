@@ -10,10 +10,6 @@
 namespace cli {
 namespace {
 
-std::string shown(std::u16string_view text) {
-    return visibleText(sim::toUtf8(text));
-}
-
 /// Every id of a device, to show one as written where only the rule that equals it is known.
 std::vector<std::u16string> idsOf(const sim::DeviceDescription &device) {
     std::vector<std::u16string> ids;
@@ -54,7 +50,7 @@ std::string Recorder::pathOf(const sim::DeviceNode &node) const {
         return "control-node";
     }
     const std::string &name = node.description().name;
-    return isOfScenario_(name) ? name : shown(node.description().instanceId);
+    return isOfScenario_(name) ? name : visibleText(node.description().instanceId);
 }
 
 DeviceOutcome &Recorder::begin(sim::DeviceNode &node) {
@@ -69,7 +65,7 @@ DeviceOutcome &Recorder::begin(sim::DeviceNode &node) {
     sources_.emplace_back().node = &node;
     const sim::DeviceDescription &device = node.description();
     outcome.device = pathOf(node);
-    outcome.instance = shown(device.instanceId);
+    outcome.instance = visibleText(device.instanceId);
     outcome.setupClass = classDisplayName(device.classGuid);
     outcome.ofScenario = &node == controlNode_ || isOfScenario_(device.name);
     for (const sim::DeviceNode *above = node.parent(); above != nullptr; above = above->parent()) {
@@ -91,7 +87,7 @@ void Recorder::refresh(DeviceOutcome &outcome, const sim::DeviceNode &node) cons
     outcome.security = node.security();
     outcome.stack.clear();
     for (const std::u16string &driver : node.stack()) {
-        outcome.stack.push_back(shown(driver));
+        outcome.stack.push_back(visibleText(driver));
     }
 }
 

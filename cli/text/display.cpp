@@ -1,5 +1,7 @@
 #include "display.h"
 
+#include "../../simulator/kernel/strings.h"
+
 #include <fmt/format.h>
 
 namespace cli {
@@ -33,6 +35,10 @@ std::string visibleText(std::string_view text) {
         }
     }
     return visible;
+}
+
+std::string visibleText(std::u16string_view text) {
+    return visibleText(sim::toUtf8(text));
 }
 
 std::string clipped(const std::string &text, std::size_t most) {

@@ -10,6 +10,7 @@ namespace cli {
 /// Text that may hold control characters, made visible: NUL becomes U+2400, other control characters their pictures
 /// too. Expected and found texts are compared in this form, so that a person can write and read them.
 std::string visibleText(std::string_view text);
+std::string visibleText(std::u16string_view text);
 
 /// A long text with its middle left out: "AAAA… (32767 characters)". Texts of up to `most` columns stay as they are.
 std::string clipped(const std::string &text, std::size_t most = 400);

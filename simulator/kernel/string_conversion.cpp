@@ -14,8 +14,6 @@ using namespace sim;
 
 namespace {
 
-constexpr ULONG stringTag = 'grtS';
-
 /// What the upper half of the system's ANSI code page, 1252, stands for from 0x80 to 0x9F; the rest is Latin-1.
 constexpr std::array<char16_t, 32> codePage1252{0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
                                                 0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,

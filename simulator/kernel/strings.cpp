@@ -14,8 +14,6 @@ using namespace sim;
 
 namespace {
 
-constexpr ULONG stringTag = 'grtS'; ///< the kernel's own tag on strings that Rtl routines allocate (recalled)
-
 /// The text of a counted string, checked against what a contract demands of it.
 std::u16string_view checkedView(PCUNICODE_STRING text, const char *routine, const void *callSite) {
     if (text->Length != 0) {

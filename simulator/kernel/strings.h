@@ -19,6 +19,8 @@ bool nameMatches(std::u16string_view expression, std::u16string_view name);
 std::u16string toUtf16(std::string_view utf8);
 std::string toUtf8(std::u16string_view utf16);
 
+constexpr ULONG stringTag = 'grtS'; ///< the kernel's own tag on strings that Rtl routines allocate (recalled)
+
 inline std::u16string_view view(const UNICODE_STRING &text) {
     return {reinterpret_cast<const char16_t *>(text.Buffer), static_cast<std::size_t>(text.Length / 2)};
 }

@@ -10,6 +10,9 @@
 
 namespace sim {
 
+/// An address that is not known, as devices report it; below a hub, the next free port.
+inline constexpr std::uint32_t noAddress = 0xFFFFFFFF;
+
 /// Overrides what a property query answers: raw bytes of any length (with their device-property type), or a failure.
 struct RawProperty {
     std::optional<NTSTATUS> failure;
@@ -90,7 +93,7 @@ struct DeviceDescription {
 
     /// Capabilities Address: the port number below a hub (1-based). 0xFFFFFFFF means the next free port, below a
     /// composite parent the interface number of the hardware id.
-    std::uint32_t address = 0xFFFFFFFF;
+    std::uint32_t address = noAddress;
     bool removable = true;
     bool uniqueId = true;
     std::optional<NTSTATUS> capabilitiesFailure; ///< the bus completes the capabilities query with this

@@ -13,11 +13,7 @@
 
 namespace sim::machine {
 
-namespace {
-
-constexpr std::uint32_t noAddress = 0xFFFFFFFF;
-
-} // namespace
+namespace {} // namespace
 
 Node &PlugAndPlay::plug(DeviceDescription description, Node &parent) {
     Operation operation(*this);

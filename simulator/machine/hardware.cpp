@@ -17,8 +17,6 @@ namespace sim::machine {
 
 namespace {
 
-constexpr std::uint32_t noAddress = 0xFFFFFFFF;
-
 /// The two hexadecimal digits behind "&MI_" of the first hardware id, or of the instance id.
 std::uint32_t interfaceNumber(const DeviceDescription &description) {
     const bool hasIds = description.hardwareIds && !description.hardwareIds->empty();

@@ -12,8 +12,8 @@ namespace sim::machine {
 /// the rest is guarded by the device tree's lock.
 struct Hardware {
     DeviceDescription description;
-    std::uint32_t address = 0xFFFFFFFF; ///< port number below a hub, interface number below a composite device
-    Hardware *above = nullptr;          ///< null for the root and for what has been unplugged
+    std::uint32_t address = noAddress; ///< port number below a hub, interface number below a composite device
+    Hardware *above = nullptr;         ///< null for the root and for what has been unplugged
     std::vector<std::shared_ptr<Hardware>> below;
 };
 

@@ -73,7 +73,7 @@ class Node final : public DeviceNode {
         std::vector<DeviceInterface> interfaces;
         ChildList *childList = nullptr; ///< where its function driver reports devices; null without one
         std::u16string driverKey;       ///< "{class}\0001", empty before installation
-        std::uint32_t capabilityAddress = 0xFFFFFFFF;
+        std::uint32_t capabilityAddress = noAddress;
         std::thread::id owner;  ///< thread that works on the node; nobody by default
         bool departing = false; ///< it or its stack is going away: nothing new may come below it
         bool gone = false;      ///< it has left the tree

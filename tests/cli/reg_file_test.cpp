@@ -23,7 +23,7 @@ std::string utf16(const std::string &ascii) {
     return bytes;
 }
 
-std::vector<std::string> problemsOf(const std::string &bytes) {
+std::vector<std::string> problemsOfReg(const std::string &bytes) {
     std::vector<std::string> problems;
     try {
         parseRegFile(bytes, "r.reg");
@@ -100,25 +100,27 @@ TEST(RegFile, version4IsInTheWesternCodePage) {
 }
 
 TEST(RegFile, saysWhatIsWrongAndWhere) {
-    EXPECT_EQ(problemsOf("[x]\r\n"), (Lines{"r.reg:1: is no Registry Editor export: its first line must be 'Windows "
-                                            "Registry Editor Version 5.00' or 'REGEDIT4'"}));
-    EXPECT_EQ(problemsOf(std::string("\xFE\xFF\0W", 4)),
+    EXPECT_EQ(problemsOfReg("[x]\r\n"), (Lines{"r.reg:1: is no Registry Editor export: its first line must be 'Windows "
+                                               "Registry Editor Version 5.00' or 'REGEDIT4'"}));
+    EXPECT_EQ(problemsOfReg(std::string("\xFE\xFF\0W", 4)),
               (Lines{"r.reg: is big-endian UTF-16; Registry Editor reads little-endian UTF-16 only"}));
-    EXPECT_EQ(problemsOf(std::string("\xFF\xFEW", 3)), (Lines{"r.reg: is UTF-16 but has an odd number of bytes"}));
-    EXPECT_EQ(problemsOf(header5 + "\"a\"=\"b\"\r\n"),
+    EXPECT_EQ(problemsOfReg(std::string("\xFF\xFEW", 3)), (Lines{"r.reg: is UTF-16 but has an odd number of bytes"}));
+    EXPECT_EQ(problemsOfReg(header5 + "\"a\"=\"b\"\r\n"),
               (Lines{"r.reg:3: a value needs a key before it that is not deleted"}));
-    EXPECT_EQ(problemsOf(header5 + "[HKEY_CURRENT_USER\\x]\r\n\"a\"=\"b\"\r\n"),
+    EXPECT_EQ(problemsOfReg(header5 + "[HKEY_CURRENT_USER\\x]\r\n\"a\"=\"b\"\r\n"),
               (Lines{"r.reg:3: key 'HKEY_CURRENT_USER\\x' is below a root that this machine does not have; use "
                      "HKEY_LOCAL_MACHINE, HKEY_USERS or HKEY_CLASSES_ROOT"}));
-    EXPECT_EQ(problemsOf(header5 + "[HKEY_LOCAL_MACHINE\\x\r\n"), (Lines{"r.reg:3: the key's closing ']' is missing"}));
+    EXPECT_EQ(problemsOfReg(header5 + "[HKEY_LOCAL_MACHINE\\x\r\n"),
+              (Lines{"r.reg:3: the key's closing ']' is missing"}));
     EXPECT_EQ(
-        problemsOf(header5 + key + "\"a\"=dword:123456789\r\n\"b\"=hex:1\r\n\"c\"=qword:1\r\nd=1\r\n\"e\" \"f\"\r\n"),
+        problemsOfReg(header5 + key +
+                      "\"a\"=dword:123456789\r\n\"b\"=hex:1\r\n\"c\"=qword:1\r\nd=1\r\n\"e\" \"f\"\r\n"),
         (Lines{"r.reg:4: 'dword:' needs one to eight hexadecimal digits, found '123456789'",
                "r.reg:5: hexadecimal bytes must be two digits each, with commas between them",
                "r.reg:6: unknown kind of data 'qword'", "r.reg:7: expected a key, a value or a comment, found 'd=1'",
                "r.reg:8: expected '=' after the value's name"}));
-    EXPECT_EQ(problemsOf(header5 + key + "\"a\"=\"b\r\n"), (Lines{"r.reg:4: a closing quote is missing"}));
-    EXPECT_EQ(problemsOf(header5 + key + "\"a\"=\"b\" c\r\n"), (Lines{"r.reg:4: unexpected 'c' after the text"}));
+    EXPECT_EQ(problemsOfReg(header5 + key + "\"a\"=\"b\r\n"), (Lines{"r.reg:4: a closing quote is missing"}));
+    EXPECT_EQ(problemsOfReg(header5 + key + "\"a\"=\"b\" c\r\n"), (Lines{"r.reg:4: unexpected 'c' after the text"}));
 }
 
 TEST(KeyPaths, knowRootsControlSetsAndShorthands) {

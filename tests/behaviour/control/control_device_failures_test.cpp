@@ -6,8 +6,6 @@
 namespace behaviour {
 namespace {
 
-constexpr std::u16string_view linkName = u"\\DosDevices\\Tarvenholt Myrtelhaven";
-
 const Lines firstLines{"INFO onDriverDeviceAdd hardwareIds = Tarvenholt\\Myrtelhaven", "INFO Create control device"};
 
 class ControlDeviceFailures : public DriverTest {

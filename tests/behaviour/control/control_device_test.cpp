@@ -13,8 +13,6 @@
 namespace behaviour {
 namespace {
 
-constexpr std::u16string_view linkName = u"\\DosDevices\\Tarvenholt Myrtelhaven";
-
 class ControlDeviceCreation : public DriverTest {
   protected:
     ControlDevice *control() { return driverState(machine()).controlDevice; }

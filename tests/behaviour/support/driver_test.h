@@ -100,6 +100,8 @@ class DriverTest : public testing::Test, protected sim::MachineObserver {
 /// Bytes of UTF-16 text, without a terminator of its own.
 std::vector<std::uint8_t> bytesOf(std::u16string_view text);
 
+/// Where programs open the control device.
+inline constexpr std::u16string_view linkName = u"\\DosDevices\\Tarvenholt Myrtelhaven";
 inline constexpr std::u16string_view ourDriver = u"\\Driver\\TarvenholtMyrtelhavenDriver";
 
 } // namespace behaviour

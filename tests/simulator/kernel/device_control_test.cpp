@@ -29,7 +29,7 @@ void completeNow(PIRP irp) {
     IofCompleteRequest(irp, IO_NO_INCREMENT);
 }
 
-NTSTATUS dispatch(PDEVICE_OBJECT, PIRP irp) {
+NTSTATUS answerAsTold(PDEVICE_OBJECT, PIRP irp) {
     if (answer->look) {
         answer->look(irp);
     }
@@ -47,7 +47,7 @@ class DeviceControlTest : public KernelTest {
   protected:
     DeviceControlTest() : driver(createDriverObject(u"Test")) {
         for (PDRIVER_DISPATCH &routine : driver->MajorFunction) {
-            routine = dispatch;
+            routine = answerAsTold;
         }
         device = createDevice(driver, 0, FILE_DEVICE_UNKNOWN, 0);
         answer = &given;

@@ -17,7 +17,7 @@ struct Extension {
     Behaviour *behaviour;
 };
 
-NTSTATUS dispatch(PDEVICE_OBJECT device, PIRP irp) {
+NTSTATUS dispatchAsTold(PDEVICE_OBJECT device, PIRP irp) {
     return (*static_cast<Extension *>(device->DeviceExtension)->behaviour)(device, irp);
 }
 
@@ -37,7 +37,7 @@ class IrpsTest : public KernelTest {
   protected:
     IrpsTest() : driver(createDriverObject(u"Test")) {
         for (PDRIVER_DISPATCH &routine : driver->MajorFunction) {
-            routine = dispatch;
+            routine = dispatchAsTold;
         }
     }
 

@@ -113,12 +113,6 @@ struct KmdfFilters : testing::Test, MachineObserver {
     }
 };
 
-const std::u16string ours = u"\\Driver\\TarvenholtMyrtelhavenDriver";
-
-DeviceDescription vendorDevice() {
-    return usbVendorDevice("vendor", {0x1234, 0x5678});
-}
-
 TEST_F(KmdfFilters, LivesAndDiesWithItsDevice) {
     Machine machine(kmdfOptions());
     machine.presetClassFilters();

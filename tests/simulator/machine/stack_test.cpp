@@ -13,12 +13,6 @@ namespace {
 
 using Names = std::vector<std::u16string>;
 
-constexpr std::u16string_view ours = u"\\Driver\\TarvenholtMyrtelhavenDriver";
-
-DeviceDescription vendorDevice(std::string name = "vendor") {
-    return usbVendorDevice(std::move(name), {0x1234, 0x5678});
-}
-
 std::u16string usbDeviceClass() {
     return Machine::classKey(machine::setup::usbDevice.guid);
 }
@@ -40,8 +34,8 @@ TEST_F(Stacks, DriversComeInOrder) {
     description.lowerFilters = {u"DeviceLow"};
     description.upperFilters = {u"DeviceUp"};
     EXPECT_EQ(machine.plug(description).stack(),
-              (Names{u"\\Driver\\USBHUB3", u"\\Driver\\DeviceLow", u"\\Driver\\ClassLow1", std::u16string(ours),
-                     u"\\Driver\\ClassLow2", u"\\Driver\\WINUSB", u"\\Driver\\DeviceUp", u"\\Driver\\ClassUp"}));
+              (Names{u"\\Driver\\USBHUB3", u"\\Driver\\DeviceLow", u"\\Driver\\ClassLow1", ours, u"\\Driver\\ClassLow2",
+                     u"\\Driver\\WINUSB", u"\\Driver\\DeviceUp", u"\\Driver\\ClassUp"}));
 }
 
 TEST_F(Stacks, AClassFilterSeesOnlyItsClasses) {
@@ -66,10 +60,8 @@ TEST_F(Stacks, AClassFilterSeesOnlyItsClasses) {
 TEST_F(Stacks, TheDiskClassFilterSitsAboveTheFunctionDriver) {
     machine.presetClassFilters();
     machine.plug(usbFlashDrive("stick", {0x0781, 0x5581, 0x0100, u"", u"", u"S1"}));
-    EXPECT_EQ(machine.find("stick")->stack(),
-              (Names{u"\\Driver\\USBHUB3", std::u16string(ours), u"\\Driver\\USBSTOR"}));
-    EXPECT_EQ(machine.find("stick disk")->stack(),
-              (Names{u"\\Driver\\USBSTOR", u"\\Driver\\disk", std::u16string(ours)}));
+    EXPECT_EQ(machine.find("stick")->stack(), (Names{u"\\Driver\\USBHUB3", ours, u"\\Driver\\USBSTOR"}));
+    EXPECT_EQ(machine.find("stick disk")->stack(), (Names{u"\\Driver\\USBSTOR", u"\\Driver\\disk", ours}));
 }
 
 TEST_F(Stacks, AFilterThatDoesNotAttachIsAbsent) {
@@ -93,7 +85,7 @@ TEST_F(Stacks, ADeviceWithoutServiceRunsRaw) {
     description.service.reset();
     DeviceNode &node = machine.plug(description);
     EXPECT_TRUE(node.started());
-    EXPECT_EQ(node.stack(), (Names{u"\\Driver\\USBHUB3", std::u16string(ours)}));
+    EXPECT_EQ(node.stack(), (Names{u"\\Driver\\USBHUB3", ours}));
 }
 
 TEST_F(Stacks, ADeviceThatIsNotInstalledHasNoStack) {

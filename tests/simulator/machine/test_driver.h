@@ -1,6 +1,7 @@
 #pragma once
 
 #include "simulator/machine/machine.h"
+#include "simulator/machine/usb_device.h"
 
 #include <functional>
 #include <mutex>
@@ -39,6 +40,14 @@ class TestDriver {
     mutable std::mutex mutex_;
     std::vector<std::string> events_;
 };
+
+/// The name of the driver under test in device stacks.
+inline const std::u16string ours = u"\\Driver\\TarvenholtMyrtelhavenDriver";
+
+/// A device of a vendor's own class, which no hub knows a driver for.
+inline DeviceDescription vendorDevice(std::string name = "vendor") {
+    return usbVendorDevice(std::move(name), {0x1234, 0x5678});
+}
 
 /// Text property of a physical device object through IoGetDeviceProperty, without its terminators.
 std::u16string property(PDEVICE_OBJECT device, DEVICE_REGISTRY_PROPERTY which);
