@@ -1,5 +1,6 @@
 #include "command.h"
 
+#include "faults_command.h"
 #include "play_command.h"
 
 #include <CLI/CLI.hpp>
@@ -25,10 +26,22 @@ int runCommand(int argc, const char *const *argv, std::ostream &out, std::ostrea
     play.add_option("--keep-files", keepFiles, "Keep each machine's \\SystemRoot in a folder below this one");
     play.add_option("--color", colours, "When to colour: auto, always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}));
+    CLI::App &faults = *app.add_subcommand("faults", "Play scenarios again for each platform call that can fail");
+    FaultArguments faultArguments;
+    std::string faultDriver;
+    faults.add_option("path", faultArguments.paths, "Scenario files, or folders that are walked for *.yaml")
+        ->required();
+    faults.add_option("--driver", faultDriver, "The driver module to load");
+    faults.add_option("--at-most", faultArguments.atMost,
+                      "Of each scenario's calls let only so many fail, spread evenly");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
         return app.exit(error, out, err) == 0 ? exitHeld : exitUnusable;
+    }
+    if (faults.parsed()) {
+        faultArguments.driver = faultDriver;
+        return playWithFaults(faultArguments, out, err);
     }
     arguments.options.driver = driver;
     arguments.options.keepFiles = keepFiles;

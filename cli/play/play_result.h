@@ -1,5 +1,6 @@
 #pragma once
 
+#include "../../simulator/kernel/faults.h"
 #include "../facts/device_outcome.h"
 #include "../scenario/problem.h"
 
@@ -35,7 +36,15 @@ struct PlayResult {
     std::string file;
     std::deque<DeviceOutcome> outcomes;
     std::vector<StepResult> steps;
-    std::size_t expectations = 0; ///< how many were checked
+    std::size_t expectations = 0;  ///< how many were checked
+    std::uint64_t driverCalls = 0; ///< fallible calls of all steps, without those of worker threads
+    std::uint64_t workerCalls = 0; ///< those of worker threads
+    std::string failedRoutine;     ///< of the first call that was made to fail
+    int failedStep = 0;            ///< number of the step in which that was
+
+    std::uint64_t fallibleCalls(sim::FaultThread thread) const {
+        return thread == sim::FaultThread::driver ? driverCalls : workerCalls;
+    }
 
     bool held() const {
         for (const StepResult &step : steps) {

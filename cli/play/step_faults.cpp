@@ -17,12 +17,14 @@ void StepFaults::apply(const Faults &faults) {
 }
 
 void StepFaults::setStanding(Faults faults) {
-    standing_ = std::move(faults);
-    apply(standing_);
+    if (planned_) {
+        standing_ = std::move(faults);
+        apply(standing_);
+    }
 }
 
 void StepFaults::beginStep(const Faults &ofStep) {
-    ofStep_ = !ofStep.empty();
+    ofStep_ = planned_ && !ofStep.empty();
     if (ofStep_) {
         apply(ofStep);
     }

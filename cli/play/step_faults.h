@@ -8,10 +8,11 @@
 namespace cli {
 
 /// Makes platform calls fail as a scenario plans it: standing faults until they are replaced, those of a step in their
-/// place while it lasts. Counts the fallible calls of each step.
+/// place while it lasts. Counts the fallible calls of each step. A run made for one failing call of its own leaves out
+/// what the scenario plans.
 class StepFaults {
   public:
-    explicit StepFaults(sim::FaultPlan &plan) : plan_(plan) {}
+    StepFaults(sim::FaultPlan &plan, bool planned) : plan_(plan), planned_(planned) {}
 
     /// From now on, beginning to count anew; none: calls succeed again.
     void setStanding(Faults faults);
@@ -23,6 +24,7 @@ class StepFaults {
     void apply(const Faults &faults);
 
     sim::FaultPlan &plan_;
+    bool planned_;
     Faults standing_;
     bool ofStep_ = false;
     std::uint64_t callsBefore_ = 0;

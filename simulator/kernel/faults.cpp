@@ -1,21 +1,36 @@
 #include "faults.h"
 
+#include "workers.h"
+
 #include <utility>
 
 namespace sim {
+
+namespace {
+
+std::size_t slot(FaultThread thread) {
+    return static_cast<std::size_t>(thread);
+}
+
+} // namespace
 
 bool FaultPlan::shouldFail(std::string_view routine) {
     if (!armed_) {
         return false;
     }
     std::lock_guard lock(mutex_);
-    ++seen_;
-    bool fail = nth_ != 0 && (seen_ == nth_ || (andAllAfter_ && seen_ > nth_));
+    const FaultThread thread = WorkQueue::onWorkerThread() ? FaultThread::worker : FaultThread::driver;
+    const std::uint64_t seen = ++seen_[slot(thread)];
+    bool fail =
+        point_.nth != 0 && point_.thread == thread && (seen == point_.nth || (point_.andAllAfter && seen > point_.nth));
     for (Named &named : named_) {
         if (named.routine == routine) {
             ++named.seen;
             fail = fail || named.seen == named.nth || (named.andAllAfter && named.seen > named.nth);
         }
+    }
+    if (fail && firstFailed_.empty()) {
+        firstFailed_ = routine;
     }
     return fail;
 }
@@ -24,10 +39,9 @@ void FaultPlan::arm(bool on) {
     armed_ = on;
 }
 
-void FaultPlan::failNth(std::uint64_t n, bool andAllAfter) {
+void FaultPlan::failAt(const FaultPoint &point) {
     std::lock_guard lock(mutex_);
-    nth_ = n;
-    andAllAfter_ = andAllAfter;
+    point_ = point;
 }
 
 void FaultPlan::failNamed(std::string routine, std::uint64_t nth, std::optional<NTSTATUS> status, bool andAllAfter) {
@@ -37,15 +51,20 @@ void FaultPlan::failNamed(std::string routine, std::uint64_t nth, std::optional<
 
 void FaultPlan::clear() {
     std::lock_guard lock(mutex_);
-    seen_ = 0;
-    nth_ = 0;
-    andAllAfter_ = false;
+    seen_ = {};
+    point_ = {};
+    firstFailed_.clear();
     named_.clear();
 }
 
-std::uint64_t FaultPlan::callsSeen() const {
+std::uint64_t FaultPlan::callsSeen(FaultThread thread) const {
     std::lock_guard lock(mutex_);
-    return seen_;
+    return seen_[slot(thread)];
+}
+
+std::string FaultPlan::firstFailed() const {
+    std::lock_guard lock(mutex_);
+    return firstFailed_;
 }
 
 NTSTATUS FaultPlan::statusFor(std::string_view routine, NTSTATUS otherwise) const {

@@ -176,7 +176,9 @@ void Pool::checkAccess(const void *address, std::size_t bytes, const char *routi
                 rule = "irql";
                 message = "at IRQL " + std::to_string(currentThread().irql) + " touched ";
             }
-            message += describeBlock(before->first, before->second);
+            if (!rule.empty()) { // this runs on every access: no text is made for nothing
+                message += describeBlock(before->first, before->second);
+            }
         } else if (const FreedBlock *freed = findFreed(key)) {
             rule = "use after free";
             message = hex(key) + " lies in freed " + describeBlock(freed->address, freed->block) + ", freed by " +

@@ -128,6 +128,10 @@ void WorkQueue::resume() {
     state_->workToDo.notify_all();
 }
 
+bool WorkQueue::onWorkerThread() {
+    return isWorker;
+}
+
 std::size_t WorkQueue::pending() const {
     std::lock_guard lock(state_->mutex);
     return state_->items.size() + state_->running;

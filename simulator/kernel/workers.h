@@ -26,6 +26,8 @@ class WorkQueue {
     void pause();
     void resume();
     std::size_t pending() const;
+    /// Whether the calling thread is a system worker.
+    static bool onWorkerThread();
     /// In ordered mode drains (the moment at which real workers would have caught up); in free mode does nothing.
     void settle();
 
