@@ -1,0 +1,127 @@
+#include "fault_check.h"
+
+#include "../text/status_names.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace cli {
+namespace {
+
+/// 0 can't be used, 1 can be read, 2 can be written.
+int openness(const DeviceOutcome &outcome) {
+    if (!outcome.everStarted || outcome.problem != 0) {
+        return 0;
+    }
+    return outcome.decision == "read-only" ? 1 : 2;
+}
+
+/// The last outcome of the same device; null when the run never got that far.
+const DeviceOutcome *counterpart(const DeviceOutcome &outcome, const PlayResult &result) {
+    const DeviceOutcome *found = nullptr;
+    for (const DeviceOutcome &other : result.outcomes) {
+        if (other.device == outcome.device && other.instance == outcome.instance) {
+            found = &other;
+        }
+    }
+    return found;
+}
+
+template<typename Visit>
+void forEachPair(const PlayResult &sound, const PlayResult &faulty, Visit visit) {
+    for (const DeviceOutcome &outcome : sound.outcomes) {
+        const DeviceOutcome *other = counterpart(outcome, faulty);
+        if (other != nullptr && counterpart(outcome, sound) == &outcome) {
+            visit(outcome, *other);
+        }
+    }
+}
+
+bool isMoreOpen(const DeviceOutcome &was, const DeviceOutcome &is) {
+    return openness(is) > openness(was);
+}
+
+bool isMeantToBeOpen(const DeviceOutcome &was, const DeviceOutcome &is) {
+    const bool policyWasNotRead = is.values && is.values->filterable == 0;
+    const bool enumeratorWasNotRead = is.asked && is.attached == "nothing" && is.returned == STATUS_SUCCESS;
+    const bool settingsWereNotRead =
+        was.why.reason == Reason::callbackFallback && is.why.reason != Reason::callbackFallback;
+    return policyWasNotRead || enumeratorWasNotRead || settingsWereNotRead || !is.asked;
+}
+
+bool failedToAdd(const DeviceOutcome &outcome) {
+    return outcome.callbackStatus && !NT_SUCCESS(*outcome.callbackStatus);
+}
+
+/// Whether the log of the add names its status in an error line. A log that is off names nothing.
+bool failureIsLogged(const DeviceOutcome &sound, const DeviceOutcome &outcome) {
+    const std::string status = fmt::format("{:x}", static_cast<std::uint32_t>(*outcome.callbackStatus));
+    return sound.log.empty() || std::any_of(outcome.log.begin(), outcome.log.end(), [&](const LogLine &line) {
+               return line.level == "ERROR" && line.text.find(status) != std::string::npos;
+           });
+}
+
+bool isSame(const DeviceOutcome &was, const DeviceOutcome &is) {
+    return was.decision == is.decision && was.enforcement == is.enforcement && was.problem == is.problem &&
+           was.started == is.started;
+}
+
+/// Whether the failure hit one device only: not the driver itself with its settings, its registration or its control
+/// device.
+bool hitOneDevice(const PlayResult &sound, const PlayResult &faulty) {
+    bool onlyOne = std::none_of(faulty.steps.begin(), faulty.steps.end(), [&](const StepResult &step) {
+        return step.number == faulty.failedStep && step.title == "load";
+    });
+    forEachPair(sound, faulty, [&](const DeviceOutcome &was, const DeviceOutcome &is) {
+        onlyOne = onlyOne && was.asked == is.asked && (was.device != "control-node" || isSame(was, is));
+    });
+    return onlyOne;
+}
+
+std::string describeOutcome(const DeviceOutcome &outcome) {
+    return fmt::format("{}, {}", outcome.decision, outcome.enforcement);
+}
+
+} // namespace
+
+std::vector<std::string> faultProblems(const PlayResult &sound, const PlayResult &faulty, bool single) {
+    std::vector<std::string> problems;
+    for (const StepResult &step : faulty.steps) {
+        for (const Failure &failure : step.failures) {
+            if (failure.what == "leaks") {
+                problems.push_back("left behind: " + failure.found);
+            }
+        }
+    }
+    const bool othersUntouched = single && hitOneDevice(sound, faulty);
+    forEachPair(sound, faulty, [&](const DeviceOutcome &was, const DeviceOutcome &is) {
+        if (isMoreOpen(was, is) && !isMeantToBeOpen(was, is)) {
+            problems.push_back(fmt::format("{}: {} although {} when nothing fails", is.device, describeOutcome(is),
+                                           describeOutcome(was)));
+        }
+        if (failedToAdd(is) && openness(is) > 0) {
+            problems.push_back(
+                fmt::format("{}: runs although its add failed with {}", is.device, describeStatus(*is.callbackStatus)));
+        }
+        if (single && failedToAdd(is) && !failedToAdd(was) && !failureIsLogged(was, is)) {
+            problems.push_back(fmt::format("{}: its add failed with {}, which no error line says", is.device,
+                                           describeStatus(*is.callbackStatus)));
+        }
+        if (othersUntouched && is.step > faulty.failedStep && faulty.failedStep != 0 && !isSame(was, is)) {
+            problems.push_back(fmt::format("{}: {} after a failure of a step before, {} when nothing fails", is.device,
+                                           describeOutcome(is), describeOutcome(was)));
+        }
+    });
+    return problems;
+}
+
+std::size_t openedAsMeant(const PlayResult &sound, const PlayResult &faulty) {
+    std::size_t count = 0;
+    forEachPair(sound, faulty, [&](const DeviceOutcome &was, const DeviceOutcome &is) {
+        count += isMoreOpen(was, is) && isMeantToBeOpen(was, is) ? 1 : 0;
+    });
+    return count;
+}
+
+} // namespace cli

@@ -1,0 +1,160 @@
+// Runs with failing platform calls: what is found wrong with them, and the command that makes them.
+
+#include "cli/command.h"
+#include "cli/faults/fault_check.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+using namespace cli;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+DeviceOutcome outcomeOf(std::string device, std::string decision, bool runs, int step) {
+    DeviceOutcome outcome;
+    outcome.device = std::move(device);
+    outcome.decision = std::move(decision);
+    outcome.enforcement = runs ? "nothing" : "disabled-and-hidden";
+    outcome.step = step;
+    outcome.asked = true;
+    outcome.attached = "usb-filter";
+    outcome.returned = outcome.callbackStatus = STATUS_SUCCESS;
+    outcome.values = FilterValues{1, 1, 3, {}};
+    outcome.started = outcome.everStarted = runs;
+    outcome.problem = runs ? 0 : 29;
+    outcome.log = {{"", "INFO", "onDriverDeviceAdd hardwareIds = x"}};
+    return outcome;
+}
+
+PlayResult resultOf(std::vector<DeviceOutcome> outcomes, int failedStep = 0) {
+    PlayResult result;
+    result.outcomes.assign(outcomes.begin(), outcomes.end());
+    result.failedStep = failedStep;
+    return result;
+}
+
+DeviceOutcome failedAdd(DeviceOutcome outcome, std::string errorLine) {
+    outcome.decision = outcome.enforcement = "failed";
+    outcome.returned = outcome.callbackStatus = STATUS_INSUFFICIENT_RESOURCES;
+    outcome.started = outcome.everStarted = false;
+    outcome.problem = 31;
+    outcome.log = {{"", "ERROR", std::move(errorLine)}};
+    return outcome;
+}
+
+} // namespace
+
+TEST(FaultCheck, ADeviceThatFailsClosedIsFine) {
+    const PlayResult sound = resultOf({outcomeOf("stick", "allowed", true, 1)});
+    const PlayResult faulty = resultOf({failedAdd(sound.outcomes[0], "Failed to init device, status = 0xc000009a")}, 1);
+    EXPECT_THAT(faultProblems(sound, faulty, true), IsEmpty());
+    EXPECT_EQ(openedAsMeant(sound, faulty), 0u);
+}
+
+TEST(FaultCheck, ABlockedDeviceThatRunsIsAProblem) {
+    const PlayResult sound = resultOf({outcomeOf("stick", "blocked", false, 1)});
+    const PlayResult faulty = resultOf({outcomeOf("stick", "allowed", true, 1)}, 1);
+    EXPECT_THAT(faultProblems(sound, faulty, true),
+                ElementsAre("stick: allowed, nothing although blocked, disabled-and-hidden when nothing fails"));
+}
+
+TEST(FaultCheck, AReadOnlyDeviceThatCanBeWrittenIsAProblem) {
+    const PlayResult sound = resultOf({outcomeOf("stick", "read-only", true, 1)});
+    const PlayResult faulty = resultOf({outcomeOf("stick", "allowed", true, 1)}, 1);
+    EXPECT_EQ(faultProblems(sound, faulty, false).size(), 1u);
+}
+
+TEST(FaultCheck, AnUnreadPolicyIsCountedNotBlamed) {
+    const PlayResult sound = resultOf({outcomeOf("stick", "blocked", false, 1)});
+    DeviceOutcome open = outcomeOf("stick", "allowed", true, 1);
+    open.values->filterable = 0;
+    EXPECT_THAT(faultProblems(sound, resultOf({open}, 1), true), IsEmpty());
+    EXPECT_EQ(openedAsMeant(sound, resultOf({open}, 1)), 1u);
+    open.values->filterable = 1;
+    EXPECT_EQ(openedAsMeant(sound, resultOf({open}, 1)), 0u);
+    open.attached = "nothing"; // its enumerator could not be read
+    EXPECT_EQ(openedAsMeant(sound, resultOf({open}, 1)), 1u);
+    open = outcomeOf("stick", "allowed", true, 1);
+    open.asked = false; // the driver is not there
+    EXPECT_EQ(openedAsMeant(sound, resultOf({open}, 1)), 1u);
+}
+
+TEST(FaultCheck, ADeviceThatRunsWithoutItsFailedFilterIsAProblem) {
+    const PlayResult sound = resultOf({outcomeOf("stick", "allowed", true, 1)});
+    DeviceOutcome hidden = failedAdd(sound.outcomes[0], "Failed, status = 0xc000009a");
+    hidden.started = hidden.everStarted = true;
+    hidden.problem = 0;
+    EXPECT_THAT(faultProblems(sound, resultOf({hidden}, 1), true),
+                ElementsAre(HasSubstr("stick: runs although its add failed with STATUS_INSUFFICIENT_RESOURCES")));
+}
+
+TEST(FaultCheck, AFailureThatNoErrorLineNamesIsAProblem) {
+    const PlayResult sound = resultOf({outcomeOf("stick", "allowed", true, 1)});
+    const PlayResult faulty = resultOf({failedAdd(sound.outcomes[0], "Failed to init device, status = 0xc0000001")}, 1);
+    EXPECT_THAT(faultProblems(sound, faulty, true), ElementsAre(HasSubstr("which no error line says")));
+    EXPECT_THAT(faultProblems(sound, faulty, false), IsEmpty()) << "no memory for lines either";
+    PlayResult silent = sound;
+    silent.outcomes[0].log.clear();
+    EXPECT_THAT(faultProblems(silent, faulty, true), IsEmpty()) << "the log is off";
+}
+
+TEST(FaultCheck, DevicesOfLaterStepsAreNotToBeTouched) {
+    const PlayResult sound = resultOf({outcomeOf("stick", "allowed", true, 1), outcomeOf("mouse", "allowed", true, 2)});
+    PlayResult faulty = sound;
+    faulty.failedStep = 1;
+    faulty.outcomes[1] = outcomeOf("mouse", "blocked", false, 2);
+    EXPECT_THAT(faultProblems(sound, faulty, true),
+                ElementsAre("mouse: blocked, disabled-and-hidden after a failure of a step before, allowed, nothing "
+                            "when nothing fails"));
+    EXPECT_THAT(faultProblems(sound, faulty, false), IsEmpty()) << "calls go on failing";
+    faulty.failedStep = 2;
+    EXPECT_THAT(faultProblems(sound, faulty, true), IsEmpty()) << "its own step";
+}
+
+TEST(FaultCheck, WhatIsLeftBehindIsAProblem) {
+    const PlayResult sound = resultOf({});
+    PlayResult faulty = resultOf({});
+    faulty.steps.push_back({});
+    faulty.steps.back().failures.push_back({{}, "leaks", "nothing left behind", "pool 'C++n' 16 bytes"});
+    EXPECT_THAT(faultProblems(sound, faulty, true), ElementsAre("left behind: pool 'C++n' 16 bytes"));
+}
+
+TEST(FaultsCommand, RunsOnceForEachCallAndOnceWithAllAfterIt) {
+    const std::filesystem::path file = std::filesystem::temp_directory_path() / "faults-command-test.yaml";
+    std::ofstream(file) << "name: one load\nsteps: [load, unload]\n";
+    std::ostringstream out;
+    std::ostringstream err;
+    const std::string path = file.string();
+    const char *arguments[] = {"myrtelhaven", "faults", path.c_str()};
+    EXPECT_EQ(runCommand(3, arguments, out, err), exitHeld) << err.str();
+    unsigned calls = 0;
+    unsigned workerCalls = 0;
+    unsigned runs = 0;
+    const std::string line = out.str().substr(path.size());
+    ASSERT_EQ(std::sscanf(line.c_str(), ": %u calls that can fail and %u of workers, %u runs: held", &calls,
+                          &workerCalls, &runs),
+              3)
+        << line;
+    EXPECT_GT(calls, 10u);
+    EXPECT_EQ(runs, 2 * (calls + workerCalls));
+    const char *fewer[] = {"myrtelhaven", "faults", "--at-most", "4", path.c_str()};
+    out.str("");
+    EXPECT_EQ(runCommand(5, fewer, out, err), exitHeld) << err.str();
+    EXPECT_THAT(out.str(), HasSubstr(" 8 runs: held"));
+    std::filesystem::remove(file);
+}
+
+TEST(FaultsCommand, SaysWhichPathIsMissing) {
+    std::ostringstream out;
+    std::ostringstream err;
+    const char *arguments[] = {"myrtelhaven", "faults", "no-such-file.yaml"};
+    EXPECT_EQ(runCommand(3, arguments, out, err), exitUnusable);
+    EXPECT_EQ(err.str(), "no-such-file.yaml: there is no such file or folder\n");
+}
