@@ -64,6 +64,18 @@ struct CallbackReply {
     unsigned int reserved;        ///< zero
 };
 
+/// One device of IOCTL_GET_PROCESSED_DEVICES.
+struct ProcessedDeviceInfo {
+    unsigned int valid;     ///< 1; 0 when the device's instance id could not be read or understood
+    unsigned int mode;      ///< not told here: 0
+    unsigned int vendorId;  ///< from the instance id
+    unsigned int productId; ///< from the instance id
+    unsigned int ruleType;  ///< not told here: 0
+    wchar_t serialNumber[128];
+    wchar_t deviceName[128];
+    wchar_t manufacturer[128];
+};
+
 /// What a parked IOCTL_WAIT_NOTIFICATION receives.
 struct NotificationInfo {
     unsigned int mode;
@@ -72,6 +84,9 @@ struct NotificationInfo {
 };
 
 #pragma pack(pop)
+
+/// The least that the buffer of IOCTL_GET_NOT_USBHUB_DEVICES must hold.
+#define MYRTELHAVEN_NOT_USBHUB_BYTES 20480u
 
 /// Bytes of a ServiceMessage that a parked IOCTL_WAIT_CALLBACK receives, and the least its buffer must hold.
 #define MYRTELHAVEN_CALLBACK_BYTES 1073u
@@ -98,6 +113,13 @@ static_assert(__builtin_offsetof(ServiceMessage, description) == 1074);
 static_assert(__builtin_offsetof(ServiceMessage, identity) == 1274);
 static_assert(sizeof(CallbackReply) == 16);
 static_assert(__builtin_offsetof(CallbackReply, answer) == 8);
+static_assert(sizeof(ProcessedDeviceInfo) == 788);
+static_assert(__builtin_offsetof(ProcessedDeviceInfo, vendorId) == 8);
+static_assert(__builtin_offsetof(ProcessedDeviceInfo, productId) == 12);
+static_assert(__builtin_offsetof(ProcessedDeviceInfo, ruleType) == 16);
+static_assert(__builtin_offsetof(ProcessedDeviceInfo, serialNumber) == 20);
+static_assert(__builtin_offsetof(ProcessedDeviceInfo, deviceName) == 276);
+static_assert(__builtin_offsetof(ProcessedDeviceInfo, manufacturer) == 532);
 static_assert(sizeof(NotificationInfo) == 404);
 static_assert(__builtin_offsetof(NotificationInfo, description) == 4);
 static_assert(__builtin_offsetof(NotificationInfo, identity) == 204);

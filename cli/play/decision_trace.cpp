@@ -5,6 +5,7 @@
 #include "../text/display.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace cli {
 namespace {
@@ -37,7 +38,7 @@ void DecisionTrace::begin(std::vector<std::u16string> ids) {
     ids_ = std::move(ids);
     tables_.clear();
     lastValue_.clear();
-    lastTable_ = nullptr;
+    walked_ = nullptr;
     policyWasRead_ = false;
     rulesWereAsked_ = false;
     filterableBy_.reset();
@@ -67,7 +68,7 @@ void DecisionTrace::observe(const sim::TraceEvent &event) {
         lookedUp(event);
         break;
     case sim::TraceEvent::Kind::tableElement:
-        lastTable_ = event.table;
+        fetched(event);
         break;
     case sim::TraceEvent::Kind::nameMatch:
         matched(event);
@@ -90,14 +91,13 @@ void DecisionTrace::inserted(const sim::TraceEvent &event) {
     }
     RuleTable *table = tableAt(event.table);
     if (table == nullptr) {
-        table = &tables_.emplace_back(RuleTable{event.table, lastValue_, false, {}});
+        table = &tables_.emplace_back(RuleTable{event.table, lastValue_, false});
     }
     if (!lastValueIsEmpty_) {
         const auto stored = kernel_.registry.value(sim::Machine::parametersKey(), lastValue_);
         lastValueIsEmpty_ = stored && stored->data.size() < sizeof(char16_t);
     }
     table->builtInList = *lastValueIsEmpty_;
-    table->rules[textOfElement(event.element)] = true;
 }
 
 void DecisionTrace::lookedUp(const sim::TraceEvent &event) {
@@ -110,28 +110,23 @@ void DecisionTrace::lookedUp(const sim::TraceEvent &event) {
     record(*table, rule, idEqualTo(rule));
 }
 
-void DecisionTrace::matched(const sim::TraceEvent &event) {
-    const RuleTable *found = nullptr;
-    for (const RuleTable &table : tables_) {
-        if (!table.rules.contains(event.text)) {
-            continue;
-        }
-        // A rule may stand in several lists: whether a device is subject to filtering is asked before all else, and the
-        // table whose element was fetched last is the one that is walked.
-        const bool asksFilterable = !filterableBy_;
-        if (sim::equalNoCase(table.value, filterableList) != asksFilterable) {
-            continue;
-        }
-        if (found == nullptr || table.table == lastTable_) {
-            found = &table;
-        }
+void DecisionTrace::fetched(const sim::TraceEvent &event) {
+    walked_ = tableAt(event.table);
+    if (walked_ != nullptr) {
+        walkedRule_ = textOfElement(event.element);
     }
-    if (found == nullptr) {
+}
+
+void DecisionTrace::matched(const sim::TraceEvent &event) {
+    // A rule is compared right after the walk over its table brought it: the same text may stand in several lists, and
+    // other patterns than rules are matched too.
+    const RuleTable *table = std::exchange(walked_, nullptr);
+    if (table == nullptr || walkedRule_ != event.text) {
         return;
     }
     rulesWereAsked_ = true;
     if (event.hit) {
-        record(*found, event.text, event.name);
+        record(*table, event.text, event.name);
     }
 }
 

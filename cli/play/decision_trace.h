@@ -3,7 +3,7 @@
 #include "../../simulator/kernel/kernel.h"
 #include "../facts/device_outcome.h"
 
-#include <map>
+#include <deque>
 #include <optional>
 #include <string>
 #include <thread>
@@ -35,12 +35,12 @@ class DecisionTrace {
         const void *table = nullptr;
         std::u16string value;
         bool builtInList = false;
-        std::map<std::u16string, bool> rules;
     };
 
     void observe(const sim::TraceEvent &event);
     void inserted(const sim::TraceEvent &event);
     void lookedUp(const sim::TraceEvent &event);
+    void fetched(const sim::TraceEvent &event);
     void matched(const sim::TraceEvent &event);
     void record(const RuleTable &table, const std::u16string &rule, const std::u16string &id);
     RuleTable *tableAt(const void *table);
@@ -50,10 +50,11 @@ class DecisionTrace {
     std::thread::id thread_;
     bool watching_ = false;
     std::vector<std::u16string> ids_;
-    std::vector<RuleTable> tables_; ///< in the order in which they were filled
+    std::deque<RuleTable> tables_; ///< in the order in which they were filled
     std::u16string lastValue_;
     std::optional<bool> lastValueIsEmpty_; ///< found out when first needed
-    const void *lastTable_ = nullptr;      ///< whose element was fetched last
+    const RuleTable *walked_ = nullptr;    ///< whose rule was fetched last and not yet compared
+    std::u16string walkedRule_;
     bool policyWasRead_ = false;
     bool rulesWereAsked_ = false;
     std::optional<RuleHit> filterableBy_;

@@ -25,15 +25,18 @@ std::string withoutTrailingBlanks(std::string line) {
 std::string visibleText(std::string_view text) {
     std::string visible;
     visible.reserve(text.size());
-    for (const char byte : text) {
-        const auto code = static_cast<unsigned char>(byte);
+    const char *bytes = text.data();
+    std::size_t shown = 0; // what stands before it is in `visible`; logs are long, so the rest goes in runs
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto code = static_cast<unsigned char>(bytes[i]);
         if (code < 0x20) { // U+2400 and up are pictures of the control characters
+            visible.append(bytes + shown, i - shown);
             visible += "\xE2\x90";
             visible += static_cast<char>(0x80 + code);
-        } else {
-            visible += byte;
+            shown = i + 1;
         }
     }
+    visible.append(bytes + shown, text.size() - shown);
     return visible;
 }
 

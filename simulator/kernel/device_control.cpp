@@ -16,10 +16,6 @@ namespace sim {
 
 namespace {
 
-IrpTable &irpTable() {
-    return kernel().internals->irps;
-}
-
 struct ControlBuffers {
     PVOID input;
     ULONG inputBytes;

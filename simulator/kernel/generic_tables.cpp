@@ -214,5 +214,6 @@ extern "C" PVOID RtlEnumerateGenericTableWithoutSplayingAvl(PRTL_AVL_TABLE table
         return nullptr;
     }
     *restartKey = node;
+    trace(TraceEvent::Kind::tableElement, table, userData(node));
     return userData(node);
 }

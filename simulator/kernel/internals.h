@@ -1,5 +1,7 @@
 #pragma once
 
+#include "kernel.h"
+
 #include "device_table.h"
 #include "irp_table.h"
 #include "open_files.h"
@@ -16,5 +18,10 @@ struct Internals {
     IrpTable irps;
     OpenFileTable files;
 };
+
+/// The running kernel's table of live IRPs.
+inline IrpTable &irpTable() {
+    return kernel().internals->irps;
+}
 
 } // namespace sim

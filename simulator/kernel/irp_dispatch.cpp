@@ -11,10 +11,6 @@ using namespace sim;
 
 namespace {
 
-IrpTable &irpTable() {
-    return kernel().internals->irps;
-}
-
 /// Compares a dispatch routine's return value with what it did, as soon as both are known.
 void checkDispatchCall(const DispatchCall &call, PIRP irp) {
     if (!call.returned) {

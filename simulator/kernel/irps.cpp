@@ -23,10 +23,6 @@ constexpr CSHORT irpType = 6;
 constexpr std::size_t keptBack = SIM_ADDRESS_SANITIZER ? 0 : 64;
 constexpr int freedPattern = 0xDD;
 
-IrpTable &irpTable() {
-    return kernel().internals->irps;
-}
-
 std::size_t sizeOfIrp(CCHAR stackSize) {
     return sizeof(IRP) + static_cast<std::size_t>(stackSize) * sizeof(IO_STACK_LOCATION);
 }

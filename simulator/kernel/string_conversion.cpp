@@ -51,6 +51,24 @@ ULONG takeBase(std::u16string_view &text) {
     return base;
 }
 
+/// Narrows the ASCII that a text begins with, of at most `most` characters, and takes it off. Nearly all text is ASCII,
+/// and logs are long: what is not is converted character by character.
+ULONG takeAscii(std::u16string_view &text, char *destination, std::size_t most) {
+    const char16_t *units = text.data();
+    const std::size_t limit = std::min(text.size(), most);
+    std::size_t count = 0;
+    while (count < limit && units[count] < 0x80) {
+        ++count;
+    }
+    if (destination != nullptr) {
+        for (std::size_t index = 0; index < count; ++index) {
+            destination[index] = static_cast<char>(units[index]);
+        }
+    }
+    text.remove_prefix(count);
+    return static_cast<ULONG>(count);
+}
+
 /// One character as UTF-8; `replaced` is set when it was half of a surrogate pair.
 struct Utf8Character {
     std::array<char, 4> bytes;
@@ -184,7 +202,13 @@ extern "C" NTSTATUS RtlUnicodeToUTF8N(PCHAR destination, ULONG destinationBytes,
     std::u16string_view text{reinterpret_cast<const char16_t *>(source), sourceBytes / sizeof(WCHAR)};
     NTSTATUS status = STATUS_SUCCESS;
     ULONG written = 0;
-    while (!text.empty()) {
+    for (;;) {
+        const bool measures = destination == nullptr;
+        written += takeAscii(text, measures ? nullptr : destination + written,
+                             measures ? text.size() : destinationBytes - written);
+        if (text.empty()) {
+            break;
+        }
         const Utf8Character character = takeCharacter(text);
         if (destination != nullptr) {
             if (character.count > destinationBytes - written) {

@@ -38,9 +38,14 @@ void requireComparisonIrql(const char *routine, const void *callSite) {
 
 int compareUnits(std::u16string_view first, std::u16string_view second, bool ignoreCase) {
     const std::size_t common = std::min(first.size(), second.size());
+    const char16_t *left = first.data();
+    const char16_t *right = second.data();
     for (std::size_t index = 0; index < common; ++index) {
-        const int a = ignoreCase ? upcase(first[index]) : first[index];
-        const int b = ignoreCase ? upcase(second[index]) : second[index];
+        if (left[index] == right[index]) {
+            continue; // long rules share long beginnings
+        }
+        const int a = ignoreCase ? upcase(left[index]) : left[index];
+        const int b = ignoreCase ? upcase(right[index]) : right[index];
         if (a != b) {
             return a - b;
         }

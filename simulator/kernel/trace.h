@@ -16,7 +16,7 @@ struct TraceEvent {
         registryValueRead, ///< text = value name; status
         tableInsert,       ///< table, element (user data)
         tableLookup,       ///< table, element (null on a miss)
-        tableElement,      ///< table, element returned by index
+        tableElement,      ///< table, element returned by index or by a walk
         nameMatch,         ///< text = expression, name = name matched; hit
     };
     Kind kind{};

@@ -1,7 +1,10 @@
 #include "control/ioctl_dispatch.h"
 
 #include "control/control_device.h"
+#include "control/device_listing.h"
+#include "control/log_settings.h"
 #include "control/request_pairing.h"
+#include "control/rescan.h"
 #include "control/service_channel.h"
 #include "log/log.h"
 #include "myrtelhaven_service.h"
@@ -17,7 +20,7 @@ void park(WDFREQUEST request, WDFQUEUE queue) {
     }
 }
 
-const ControlDevice &controlOf(WDFQUEUE queue) {
+ControlDevice &controlOf(WDFQUEUE queue) {
     return *getControlDevice(WdfIoQueueGetDevice(queue));
 }
 
@@ -32,6 +35,18 @@ VOID onIoDeviceControl(WDFQUEUE queue, WDFREQUEST request, size_t, size_t, ULONG
         break;
     case IOCTL_CALLBACK_REPLY:
         WdfRequestComplete(request, replyToCallback(controlOf(queue), request));
+        break;
+    case IOCTL_GET_PROCESSED_DEVICES:
+        getProcessedDevices(controlOf(queue).device, request);
+        break;
+    case IOCTL_GET_NOT_USBHUB_DEVICES:
+        getNotUsbHubDevices(request);
+        break;
+    case IOCTL_RESCAN_DEVICES:
+        WdfRequestComplete(request, rescanDevices(controlOf(queue).m_rescanContext));
+        break;
+    case IOCTL_RELOAD_LOG_SETTINGS:
+        WdfRequestComplete(request, reloadLogSettings());
         break;
     case IOCTL_PING:
         WdfRequestComplete(request, STATUS_SUCCESS);

@@ -1,10 +1,12 @@
 #include "control/shutdown.h"
 
+#include "control/rescan.h"
 #include "log/log.h"
 
 namespace {
 
 NTSTATUS onShutdown(WDFDEVICE device, PIRP irp) {
+    (void)rescanDevices(getControlDevice(device)->m_rescanContext);
     IoSkipCurrentIrpStackLocation(irp); // the framework advances to the next location itself
     return WdfDeviceWdmDispatchPreprocessedIrp(device, irp);
 }

@@ -3,6 +3,7 @@
 #include <initguid.h>
 
 #include <devpkey.h>
+#include <usbiodef.h>
 
 #include "device/device_properties.h"
 #include "device/identifiers.h"
@@ -26,6 +27,16 @@ bool isCompositeDevice(PDEVICE_OBJECT device) {
     KString service;
     return NT_SUCCESS(getDevicePropertyData(device, DEVPKEY_Device_Service, service)) &&
            (equalIgnoringCase(service, literal(L"usbccgp")) || equalIgnoringCase(service, literal(L"dg_ssudbus")));
+}
+
+bool isUsbHub(PDEVICE_OBJECT device) {
+    PZZWSTR interfaces = nullptr;
+    if (!NT_SUCCESS(IoGetDeviceInterfaces(&GUID_DEVINTERFACE_USB_HUB, device, 0, &interfaces))) {
+        return false;
+    }
+    const bool any = interfaces[0] != L'\0';
+    ExFreePool(interfaces);
+    return any;
 }
 
 bool isMassStorageDevice(PDEVICE_OBJECT device) {

@@ -1,6 +1,7 @@
 #include "device/device_tree.h"
 
 #include "device/device_layouts.h"
+#include "device/driver_devices.h"
 #include "support/text.h"
 
 DeviceReference getParentDevice(PDEVICE_OBJECT device) {
@@ -17,6 +18,6 @@ const UNICODE_STRING &driverName(PDEVICE_OBJECT device) {
 }
 
 bool isOwnedByHubDriver(PDEVICE_OBJECT device) {
-    return equalIgnoringCase(driverName(device), literal(L"\\Driver\\USBHUB")) ||
-           equalIgnoringCase(driverName(device), literal(L"\\Driver\\USBHUB3"));
+    return equalIgnoringCase(driverName(device), hubDriverNames[0]) ||
+           equalIgnoringCase(driverName(device), hubDriverNames[1]);
 }

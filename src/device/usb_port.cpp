@@ -15,7 +15,23 @@ bool isFunctionOf(PDEVICE_OBJECT parent, PDEVICE_OBJECT device, const UNICODE_ST
     return isCompositeDevice(parent) || getInterfaceNumber(hardwareIds) != noInterfaceNumber;
 }
 
+NTSTATUS askForPort(WDFDEVICE owner, PDEVICE_OBJECT plugged, DeviceReference &hub, UsbPort &port) {
+    DEVICE_CAPABILITIES capabilities;
+    const NTSTATUS status = queryCapabilities(owner, plugged, capabilities);
+    if (!NT_SUCCESS(status)) {
+        return status;
+    }
+    port.hub = static_cast<DeviceReference &&>(hub);
+    port.number = capabilities.Address;
+    return STATUS_SUCCESS;
+}
+
 } // namespace
+
+NTSTATUS findOwnUsbPort(WDFDEVICE owner, PDEVICE_OBJECT physicalDevice, UsbPort &port) {
+    DeviceReference hub = getParentDevice(physicalDevice);
+    return hub ? askForPort(owner, physicalDevice, hub, port) : STATUS_UNSUCCESSFUL;
+}
 
 NTSTATUS findUsbPort(WDFDEVICE owner, PDEVICE_OBJECT physicalDevice, const UNICODE_STRING &hardwareIds, UsbPort &port) {
     auto plugged = DeviceReference::share(physicalDevice);
@@ -30,12 +46,5 @@ NTSTATUS findUsbPort(WDFDEVICE owner, PDEVICE_OBJECT physicalDevice, const UNICO
             return STATUS_UNSUCCESSFUL;
         }
     }
-    DEVICE_CAPABILITIES capabilities;
-    const NTSTATUS status = queryCapabilities(owner, plugged.get(), capabilities);
-    if (!NT_SUCCESS(status)) {
-        return status;
-    }
-    port.hub = static_cast<DeviceReference &&>(hub);
-    port.number = capabilities.Address;
-    return STATUS_SUCCESS;
+    return askForPort(owner, plugged.get(), hub, port);
 }

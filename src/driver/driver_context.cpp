@@ -39,6 +39,7 @@ void buildDriverContext(DriverContext &context, PDRIVER_OBJECT driver) {
     readCallbackSettings(context);
     context.blockedDevices.initialize();
     startLog(context, driver);
+    ExInitializeFastMutex(&context.usbFilterMutex);
     ExInitializeFastMutex(&context.notUsbHubMutex);
     new (InPlace{&context.notUsbHubText}) KString;
     // Without this room the text stays empty and later appends fail, which is logged then.

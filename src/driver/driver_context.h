@@ -20,6 +20,7 @@ struct DriverContext {
     ULONG callbackFallbackAction; ///< with mode 2 and no service: 1 read-only, else blocked
     BlockedDeviceRegister blockedDevices;
     Logger logger;
+    FAST_MUTEX usbFilterMutex; ///< held while a filter's context is read from outside its stack, and while it ends
     FAST_MUTEX notUsbHubMutex; ///< guards notUsbHubText
     KString notUsbHubText;     ///< a line for each USB device without a USB hub driver among its ancestors
 };

@@ -2,16 +2,30 @@
 
 #include "device/identifiers.h"
 #include "driver/deny_write_security.h"
+#include "driver/driver_context.h"
 #include "driver/hub_ancestry.h"
 #include "driver/rule_processing.h"
 #include "log/log.h"
 #include "support/device_reference.h"
+#include "support/locks.h"
 #include "support/placement_new.h"
 
 namespace {
 
 VOID onFilterCleanup(WDFOBJECT device) {
+    FastMutexLock hold(getDriverContext().usbFilterMutex);
     usbFilterDeviceOf(device)->hardwareIds.release();
+}
+
+/// The context of this driver's filter in the stack of a device; null when the stack has none. The caller holds the
+/// filters' mutex.
+UsbFilterDevice *findUsbFilterDevice(PDEVICE_OBJECT device) {
+    PDRIVER_OBJECT driver = WdfDriverWdmGetDriverObject(WdfGetDriver());
+    auto current = DeviceReference::adopt(IoGetAttachedDeviceReference(device));
+    while (current && current.get()->DriverObject != driver) {
+        current = DeviceReference::adopt(IoGetLowerDeviceObject(current.get()));
+    }
+    return current ? usbFilterDeviceOf(WdfWdmDeviceGetWdfDeviceHandle(current.get())) : nullptr;
 }
 
 /// Once the device add is over, Plug and Play gives every device of the stack the security that its class or its own
@@ -76,11 +90,27 @@ NTSTATUS createUsbFilterDevice(PWDFDEVICE_INIT deviceInit, const UNICODE_STRING 
     return processRules(filter);
 }
 
-UsbFilterDevice *findUsbFilterDevice(PDEVICE_OBJECT device) {
-    PDRIVER_OBJECT driver = WdfDriverWdmGetDriverObject(WdfGetDriver());
-    auto current = DeviceReference::adopt(IoGetAttachedDeviceReference(device));
-    while (current && current.get()->DriverObject != driver) {
-        current = DeviceReference::adopt(IoGetLowerDeviceObject(current.get()));
+UsbFilterCopy::~UsbFilterCopy() {
+    if (memory_) {
+        get().~UsbFilterDevice();
     }
-    return current ? usbFilterDeviceOf(WdfWdmDeviceGetWdfDeviceHandle(current.get())) : nullptr;
+}
+
+NTSTATUS UsbFilterCopy::take(PDEVICE_OBJECT device) {
+    memory_ = PoolMemory(POOL_FLAG_NON_PAGED, sizeof(UsbFilterDevice));
+    if (!memory_) {
+        return STATUS_INSUFFICIENT_RESOURCES;
+    }
+    auto *copy = new (InPlace{memory_.get()}) UsbFilterDevice{};
+    FastMutexLock hold(getDriverContext().usbFilterMutex);
+    const UsbFilterDevice *filter = findUsbFilterDevice(device);
+    if (filter == nullptr) {
+        return STATUS_NOT_FOUND;
+    }
+    copy->device = filter->device;
+    copy->filterable = filter->filterable;
+    copy->mode = filter->mode;
+    copy->ruleType = filter->ruleType;
+    copy->message = filter->message;
+    return copy->hardwareIds.copyFrom(filter->hardwareIds);
 }

@@ -6,6 +6,7 @@
 #include "log/kstring.h"
 #include "myrtelhaven_service.h"
 #include "policy/usb_mode.h"
+#include "support/pool_memory.h"
 
 /// Context of the filter that the driver puts on each USB device. Written during device add only.
 struct UsbFilterDevice {
@@ -23,8 +24,22 @@ static_assert(__builtin_offsetof(UsbFilterDevice, filterable) == 0x08);
 static_assert(__builtin_offsetof(UsbFilterDevice, hardwareIds) == 0x18);
 static_assert(__builtin_offsetof(UsbFilterDevice, message) == 0x38);
 
-/// The context of this driver's filter in the stack of a device; null when the stack has none. PASSIVE_LEVEL.
-UsbFilterDevice *findUsbFilterDevice(PDEVICE_OBJECT device);
+/// A copy of the filter in some device's stack: the filter itself may end any time, its device being unplugged.
+class [[nodiscard]] UsbFilterCopy {
+  public:
+    UsbFilterCopy() = default;
+    ~UsbFilterCopy();
+    UsbFilterCopy(const UsbFilterCopy &) = delete;
+    UsbFilterCopy &operator=(const UsbFilterCopy &) = delete;
+
+    /// Copies what a decision needs. STATUS_NOT_FOUND when this driver has no USB filter in the stack;
+    /// STATUS_INSUFFICIENT_RESOURCES. PASSIVE_LEVEL.
+    NTSTATUS take(PDEVICE_OBJECT device);
+    UsbFilterDevice &get() const { return *memory_.as<UsbFilterDevice>(); }
+
+  private:
+    PoolMemory memory_;
+};
 
 /// Puts a filter on a USB device, decides the device's mode, enforces it and tells the service.
 /// `hardwareIds` is the whole list. Returns what device add returns. PASSIVE_LEVEL.

@@ -100,6 +100,9 @@ TEST(FaultCheck, AFailureThatNoErrorLineNamesIsAProblem) {
     const PlayResult faulty = resultOf({failedAdd(sound.outcomes[0], "Failed to init device, status = 0xc0000001")}, 1);
     EXPECT_THAT(faultProblems(sound, faulty, true), ElementsAre(HasSubstr("which no error line says")));
     EXPECT_THAT(faultProblems(sound, faulty, false), IsEmpty()) << "no memory for lines either";
+    PlayResult unfiltered = sound;
+    unfiltered.outcomes[0].attached = "nothing";
+    EXPECT_THAT(faultProblems(unfiltered, faulty, true), IsEmpty()) << "no device of ours";
     PlayResult silent = sound;
     silent.outcomes[0].log.clear();
     EXPECT_THAT(faultProblems(silent, faulty, true), IsEmpty()) << "the log is off";

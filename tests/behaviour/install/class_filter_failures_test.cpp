@@ -7,8 +7,6 @@ namespace {
 
 using Names = std::vector<std::u16string>;
 
-const std::u16string ourName = u"TarvenholtMyrtelhavenDriver";
-
 class ClassFilterFailures : public DriverTest {
   protected:
     ClassFilterFailures() {

@@ -8,8 +8,6 @@ namespace {
 
 using Names = std::vector<std::u16string>;
 
-const std::u16string ourName = u"TarvenholtMyrtelhavenDriver";
-
 /// The driver's own entry in the class filter lists, from the start of its control node to its unload.
 class ClassFilters : public DriverTest {
   protected:

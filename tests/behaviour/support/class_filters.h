@@ -7,6 +7,9 @@
 
 namespace behaviour {
 
+/// The driver's name in the lists.
+inline const std::u16string ourName = u"TarvenholtMyrtelhavenDriver";
+
 /// One of the lists that the driver enters its name into, spelled as the driver spells it.
 struct ClassFilterRow {
     std::u16string_view guid;
