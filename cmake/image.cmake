@@ -5,7 +5,8 @@
 #                    [DIRECTORY folder] [VERSION 1.2.3] [SOURCES a.cpp…] [INCLUDES folder…])
 #
 # makes NAME.sys and NAME.pdb in DIRECTORY (default: <binary dir>/image) out of SOURCES (default: every .cpp below src)
-# and the entry stub. The target driver_image has the properties DRIVER_IMAGE and DRIVER_IMAGE_PDB, the two files.
+# and the entry stub. The target driver_image has the properties DRIVER_IMAGE, DRIVER_IMAGE_PDB and
+# DRIVER_IMAGE_MAP (the addresses of its functions, for tests).
 # Every object is a command of its own in the one build graph: parallel, incremental, with header dependencies.
 #
 # The bytes depend on the sources and tools alone, not on the folders. Therefore the tools see relative names only: a
@@ -120,6 +121,7 @@ function(add_driver_image target)
     set(work "${ARG_DIRECTORY}/objects")
     set(image "${ARG_DIRECTORY}/${ARG_NAME}.sys")
     set(pdb "${ARG_DIRECTORY}/${ARG_NAME}.pdb")
+    set(map "${ARG_DIRECTORY}/${ARG_NAME}.map")
 
     file(CREATE_LINK "${IMAGE_ROOT}" "${CMAKE_CURRENT_BINARY_DIR}/${IMAGE_LINK}" SYMBOLIC)
     set(entry "${IMAGE_PLATFORM}/entry/framework_entry.cpp" "${IMAGE_PLATFORM}/entry/security_cookie.cpp"
@@ -155,7 +157,8 @@ function(add_driver_image target)
     # Relative names only: the PDB keeps this command line.
     add_custom_command(
         OUTPUT "${image}" "${pdb}"
-        COMMAND "${IMAGE_LINKER}" ${inputs} "/out:${ARG_NAME}.sys" "/pdb:${ARG_NAME}.pdb" "/pdbaltpath:${ARG_NAME}.pdb"
+        BYPRODUCTS "${map}"
+        COMMAND "${IMAGE_LINKER}" ${inputs} "/out:${ARG_NAME}.sys" "/pdb:${ARG_NAME}.pdb" "/pdbaltpath:${ARG_NAME}.pdb" "/map:${ARG_NAME}.map"
                 /pdbsourcepath:/ /debug /Brepro /driver:wdm /machine:arm64 /entry:FxDriverEntry /nodefaultlib
                 /subsystem:native,10.0 /osversion:10.0 "/version:${link_version}" /release /guard:cf /opt:ref,icf
                 /highentropyva /dynamicbase /nxcompat /tsaware:no /merge:.00cfg=.rdata
@@ -166,5 +169,5 @@ function(add_driver_image target)
         VERBATIM)
 
     add_custom_target(${target} ALL DEPENDS "${image}" "${pdb}")
-    set_target_properties(${target} PROPERTIES DRIVER_IMAGE "${image}" DRIVER_IMAGE_PDB "${pdb}")
+    set_target_properties(${target} PROPERTIES DRIVER_IMAGE "${image}" DRIVER_IMAGE_PDB "${pdb}" DRIVER_IMAGE_MAP "${map}")
 endfunction()

@@ -15,9 +15,9 @@ trap 'rm -rf "$results"' EXIT
 export TMPDIR="$results"
 
 play() { # scenario or folder
-    local most=600
+    local most=200
     case $1 in
-        scenarios/log | scenarios/*.yaml) most=60 ;; # these write megabytes, or have thousands of calls
+        scenarios/log | scenarios/*.yaml) most=40 ;; # these write megabytes, or have thousands of calls
     esac
     [ "$all" = --all ] && most=0
     "$build/bin/myrtelhaven" faults --at-most "$most" "$1" >"$results/$(basename "$1").txt"

@@ -5,6 +5,7 @@
 #include "thread.h"
 #include "violation.h"
 
+#include <algorithm>
 #include <excpt.h>
 
 #include <vector>
@@ -29,12 +30,24 @@ class Positions {
 
     bool at(std::size_t position) const { return marks_[position] != 0; }
     bool complete() const { return at(expression_.size()); }
-    void clear() { marks_.assign(marks_.size(), 0); }
+    bool empty() const { return first_ > last_; }
+    std::size_t first() const { return first_; }
+    std::size_t last() const { return last_; }
+    void clear() {
+        if (!empty()) {
+            std::fill(marks_.begin() + static_cast<std::ptrdiff_t>(first_),
+                      marks_.begin() + static_cast<std::ptrdiff_t>(last_ + 1), 0);
+        }
+        first_ = marks_.size();
+        last_ = 0;
+    }
 
     /// Adds a position and those behind it that need no character. `next` is the name's next character, 0 at its end.
     void add(std::size_t position, bool atEnd, char16_t next) {
         while (!at(position)) {
             marks_[position] = 1;
+            first_ = std::min(first_, position);
+            last_ = std::max(last_, position);
             if (position == expression_.size() || !mayBeNothing(expression_[position], atEnd, next)) {
                 return;
             }
@@ -59,6 +72,8 @@ class Positions {
 
     std::u16string_view expression_;
     std::vector<unsigned char> marks_;
+    std::size_t first_ = marks_.size(); ///< of the marked ones; behind `last_` when there is none
+    std::size_t last_ = 0;
 };
 
 bool matches(std::u16string_view expression, std::u16string_view name) {
@@ -74,8 +89,8 @@ bool matches(std::u16string_view expression, std::u16string_view name) {
         const bool atEnd = index + 1 == name.size();
         const char16_t next = atEnd ? u'\0' : name[index + 1];
         then.clear();
-        for (std::size_t position = 0; position < expression.size(); ++position) {
-            if (!now.at(position)) {
+        for (std::size_t position = now.first(); position <= now.last(); ++position) {
+            if (position == expression.size() || !now.at(position)) {
                 continue;
             }
             switch (expression[position]) {
@@ -106,6 +121,9 @@ bool matches(std::u16string_view expression, std::u16string_view name) {
             }
         }
         std::swap(now, then);
+        if (now.empty()) {
+            return false;
+        }
     }
     return now.complete();
 }

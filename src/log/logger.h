@@ -19,6 +19,9 @@ struct Logger {
     UNICODE_STRING name;
 };
 
+// A test reads how the image's code asks for the level.
+static_assert(__builtin_offsetof(Logger, level) == 0x30);
+
 /// 1 while lines may be built.
 extern UCHAR isLogEnabled;
 

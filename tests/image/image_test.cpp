@@ -1,5 +1,6 @@
 // What the driver image must be for the system to load it, and to load it well protected.
 #include "arm64_code.h"
+#include "driver_image.h"
 #include "import_list.h"
 #include "pe_reader.h"
 #include "version_resource.h"
@@ -11,11 +12,6 @@
 namespace {
 
 constexpr const char *imageName = "TarvenholtMyrtelhavenDriver";
-
-const PeImage &image() {
-    static const PeImage theImage{DRIVER_IMAGE};
-    return theImage;
-}
 
 /// The function with unwind data around `address`, if any.
 std::optional<Range> functionAround(const std::vector<Range> &functions, std::uint32_t address) {
