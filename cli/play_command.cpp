@@ -29,7 +29,7 @@ class Report {
             err_ << problem.text() << "\n";
         }
         if (arguments_.json) {
-            json_.push_back(jsonOf(file, problems));
+            print(jsonOf(file, problems));
         }
     }
 
@@ -41,7 +41,7 @@ class Report {
         }
         held_ += held ? 1 : 0;
         if (arguments_.json) {
-            json_.push_back(jsonOf(result));
+            print(jsonOf(result));
             return;
         }
         const Style &style = arguments_.style;
@@ -60,21 +60,31 @@ class Report {
 
     int finish() {
         if (arguments_.json) {
-            out_ << json_.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << "\n";
+            out_ << (printed_ == 0 ? "[]\n" : "\n]\n");
         } else if (many_) {
             out_ << fmt::format("{} of {} scenarios held{}\n", held_, played_,
                                 unusable_ > 0 ? fmt::format(", {} could not be used", unusable_) : std::string());
         }
         out_.flush();
+        if (!out_) {
+            err_ << "the results could not be written\n";
+            return exitUnusable;
+        }
         return status_;
     }
 
   private:
+    /// File by file, so that a run that is stopped has told of those before.
+    void print(const nlohmann::ordered_json &json) {
+        out_ << (printed_++ == 0 ? "[\n" : ",\n") << json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+        out_.flush();
+    }
+
     const PlayArguments &arguments_;
     bool many_;
     std::ostream &out_;
     std::ostream &err_;
-    nlohmann::ordered_json json_ = nlohmann::ordered_json::array();
+    std::size_t printed_ = 0;
     int status_ = exitHeld;
     std::size_t played_ = 0;
     std::size_t held_ = 0;
@@ -92,12 +102,17 @@ std::vector<std::string> scenarioFiles(const std::string &path) {
         return {path};
     }
     std::vector<std::string> files;
-    for (auto entry = fs::recursive_directory_iterator(path); entry != fs::recursive_directory_iterator(); ++entry) {
-        if (entry->is_directory() && entry->path().filename() == "devices") {
-            entry.disable_recursion_pending();
-        } else if (entry->is_regular_file() && entry->path().extension() == ".yaml") {
-            files.push_back(entry->path().string());
+    try {
+        for (auto entry = fs::recursive_directory_iterator(path); entry != fs::recursive_directory_iterator();
+             ++entry) {
+            if (entry->is_directory() && entry->path().filename() == "devices") {
+                entry.disable_recursion_pending();
+            } else if (!entry->is_directory() && entry->path().extension() == ".yaml") {
+                files.push_back(entry->path().string());
+            }
         }
+    } catch (const fs::filesystem_error &failure) {
+        throw UnusableFile({failure.path1().string(), 0}, "cannot be read: " + failure.code().message());
     }
     if (files.empty()) {
         throw UnusableFile({path, 0}, "the folder holds no scenario (*.yaml)");

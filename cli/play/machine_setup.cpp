@@ -17,6 +17,7 @@ std::filesystem::path placeFor(const std::string &file) {
 sim::MachineOptions machineOptions(const Scenario &scenario, const PlayOptions &options) {
     sim::MachineOptions machine;
     machine.driver = options.driver;
+    machine.openImage = options.openImage;
     machine.hubDrivers = scenario.hubDrivers;
     if (!options.keepFiles.empty()) {
         machine.systemRoot = options.keepFiles / placeFor(scenario.file);

@@ -97,6 +97,9 @@ class Playback {
             current_.failures.clear(); // a step can become impossible, such as plugging below a hub that failed
             return;
         }
+        for (const std::string &unmet : faults_.unmet()) {
+            current_.failures.push_back({step.where, "fail", unmet, "it was not reached"});
+        }
         for (const ScenarioDevice *device : plugged_) {
             check_->check(device->description.name, device->expectations, current_);
         }

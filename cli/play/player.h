@@ -1,10 +1,13 @@
 #pragma once
 
 #include "../../simulator/kernel/faults.h"
+#include "../../simulator/machine/driver_image.h"
 #include "../scenario/scenario.h"
 #include "play_result.h"
 
 #include <filesystem>
+#include <functional>
+#include <memory>
 #include <optional>
 
 namespace cli {
@@ -14,6 +17,7 @@ struct PlayOptions {
     std::filesystem::path keepFiles;      ///< folder that gets the machine's \SystemRoot; empty: nothing is kept
     bool onlyEvents = false;              ///< leaves out the failures that the scenario plans, and what it expects
     std::optional<sim::FaultPoint> fault; ///< one call of the whole run fails; wants `onlyEvents`
+    std::function<std::unique_ptr<sim::DriverImage>()> openImage; ///< instead of mapping `driver`, for each load
 };
 
 /// Plays a scenario on a machine of its own. One at a time in a process.

@@ -126,9 +126,9 @@ void Recorder::addFinished(const sim::AddReport &report) {
 }
 
 void Recorder::nodeChanged(sim::DeviceNode &node) {
-    const bool leaving = node.everStarted() && !node.started() && node.problemCode() == 0;
-    if (leaving) {
-        return; // what is recorded is how it was while it was there
+    const std::vector<sim::DeviceNode *> nodes = machine_.nodes();
+    if (std::find(nodes.begin(), nodes.end(), &node) == nodes.end()) {
+        return; // it is leaving; what is recorded is how it was while it was there
     }
     noteUnasked(node);
     for (std::size_t i = outcomes_.size(); i > 0; --i) {

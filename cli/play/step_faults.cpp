@@ -35,6 +35,7 @@ void StepFaults::beginStep(const Faults &ofStep) {
 std::uint64_t StepFaults::endStep() {
     plan_.arm(false);
     const std::uint64_t calls = plan_.callsSeen() - callsBefore_;
+    unmet_ = ofStep_ ? plan_.unmet() : std::vector<std::string>();
     if (ofStep_) {
         apply(standing_);
     }

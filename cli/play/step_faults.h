@@ -4,6 +4,8 @@
 #include "../scenario/scenario.h"
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 namespace cli {
 
@@ -19,6 +21,8 @@ class StepFaults {
     void beginStep(const Faults &ofStep);
     /// Returns how many calls of the step could have failed.
     std::uint64_t endStep();
+    /// What the last step planned to fail and what was never called: a slip in a name or a number shows nothing else.
+    const std::vector<std::string> &unmet() const { return unmet_; }
 
   private:
     void apply(const Faults &faults);
@@ -26,6 +30,7 @@ class StepFaults {
     sim::FaultPlan &plan_;
     bool planned_;
     Faults standing_;
+    std::vector<std::string> unmet_;
     bool ofStep_ = false;
     std::uint64_t callsBefore_ = 0;
 };

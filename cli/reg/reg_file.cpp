@@ -3,13 +3,12 @@
 #include "../../simulator/kernel/strings.h"
 #include "../scenario/problem.h"
 #include "../text/display.h"
+#include "../text/whole_file.h"
 #include "key_paths.h"
 #include "reg_text.h"
 
 #include <fmt/format.h>
 
-#include <fstream>
-#include <iterator>
 #include <optional>
 
 namespace cli {
@@ -237,12 +236,8 @@ std::vector<RegOperation> parseRegFile(std::string_view bytes, const std::string
 }
 
 std::vector<RegOperation> readRegFile(const std::string &path) {
-    std::ifstream stream(path, std::ios::binary);
-    if (!stream) {
-        throw UnusableFile({path, 0}, "cannot be read");
-    }
-    const std::string bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-    return parseRegFile(bytes, path);
+    constexpr std::uintmax_t largest = 64u << 20;
+    return parseRegFile(readWholeFile(path, largest), path);
 }
 
 } // namespace cli

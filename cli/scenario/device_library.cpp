@@ -45,7 +45,7 @@ DeviceLibrary DeviceLibrary::load(const std::string &folder) {
         library.add(YamlNode::fromFile(file, problems));
     }
     if (!problems.empty()) {
-        throw UnusableFile(problems.list());
+        throw UnusableFile(problems.sorted());
     }
     return library;
 }

@@ -208,6 +208,9 @@ void readDevice(MapReader &reader, sim::DeviceDescription &device, const DeviceL
     if (const auto failure = reader.take("capabilities-failure")) {
         device.capabilitiesFailure = parseStatusNode(*failure, "capabilities-failure");
     }
+    if (const auto failure = reader.take("start-failure")) {
+        device.startFailure = parseStatusNode(*failure, "start-failure");
+    }
     if (const auto usb = reader.take("usb")) {
         if (usb->isNull()) {
             device.usb.reset();

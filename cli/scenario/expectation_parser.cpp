@@ -170,6 +170,7 @@ void parseRegistry(const YamlNode &node, std::vector<RegistryExpectation> &into)
             into.push_back({*path, std::nullopt, !key.value.isNull(), {}, key.key.where()});
             continue;
         }
+        MapReader(key.value, "key '" + key.name + "'");
         for (const YamlEntry &value : key.value.entries()) {
             RegistryExpectation expectation{
                 *path, sim::toUtf16(value.name), !value.value.isNull(), {}, value.key.where()};
@@ -251,6 +252,7 @@ StepExpectations parseStepExpectations(const YamlNode &node, const std::string &
         parseRegistry(*registry, expectations.registry);
     }
     if (const auto files = reader.take("files")) {
+        MapReader(*files, "files");
         for (const YamlEntry &entry : files->entries()) {
             expectations.files.push_back(parseFile(entry));
         }

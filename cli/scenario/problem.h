@@ -28,6 +28,9 @@ class Problems {
   public:
     void add(Location where, std::string message) { list_.push_back({std::move(where), std::move(message)}); }
     bool empty() const { return list_.empty(); }
+    void add(const std::vector<Problem> &problems) { list_.insert(list_.end(), problems.begin(), problems.end()); }
+    /// In the order of the lines, each said once.
+    std::vector<Problem> sorted() const;
     const std::vector<Problem> &list() const { return list_; }
 
   private:

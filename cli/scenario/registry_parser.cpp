@@ -91,7 +91,11 @@ RegistryChanges parseRegFiles(const YamlNode &node) {
             }
         } catch (const UnusableFile &unusable) {
             for (const Problem &problem : unusable.problems()) {
-                item.problems().add(problem.where, problem.message);
+                if (problem.where.line > 0) {
+                    item.problems().add(problem.where, problem.message);
+                } else { // of the file as a whole: told where it was asked for
+                    item.problem(fmt::format("{} {}", problem.where.file, problem.message));
+                }
             }
         }
     }

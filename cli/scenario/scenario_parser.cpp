@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include <filesystem>
+#include <unordered_set>
 
 namespace cli {
 namespace {
@@ -121,18 +122,16 @@ class NameCheck {
   public:
     NameCheck(const Scenario &scenario, Problems &problems) : problems_(problems) {
         for (const ScenarioDevice &device : scenario.devices) {
-            collectPaths(device.description, device.description.name, known_);
+            collectPaths(device.description, device.description.name, names_);
         }
-        known_.emplace_back("control-node");
+        names_.emplace_back("control-node");
+        known_.insert(names_.begin(), names_.end());
     }
 
     void check(const std::string &name, const Location &where) {
-        for (const std::string &known : known_) {
-            if (known == name) {
-                return;
-            }
+        if (!known_.contains(name)) {
+            problems_.add(where, fmt::format("there is no device '{}'{}", name, didYouMean(name, names_)));
         }
-        problems_.add(where, fmt::format("there is no device '{}'{}", name, didYouMean(name, known_)));
     }
 
     void check(const std::vector<std::string> &names, const Location &where) {
@@ -142,7 +141,8 @@ class NameCheck {
     }
 
   private:
-    std::vector<std::string> known_;
+    std::vector<std::string> names_;
+    std::unordered_set<std::string> known_;
     Problems &problems_;
 };
 
@@ -206,8 +206,21 @@ Scenario parse(const YamlNode &root, const std::string &path, Problems &problems
     for (ScenarioDevice &device : scenario.devices) {
         namePaths(device.description, device.description.name);
     }
+    return scenario;
+}
+
+/// Reads with `root` giving the file's content; whatever ends the reading early is told beside what was found before.
+template<typename Root>
+Scenario parseAll(const std::string &path, Root root) {
+    Problems problems;
+    Scenario scenario;
+    try {
+        scenario = parse(root(problems), path, problems);
+    } catch (const UnusableFile &unusable) {
+        problems.add(unusable.problems());
+    }
     if (!problems.empty()) {
-        throw UnusableFile(problems.list());
+        throw UnusableFile(problems.sorted());
     }
     return scenario;
 }
@@ -215,13 +228,11 @@ Scenario parse(const YamlNode &root, const std::string &path, Problems &problems
 } // namespace
 
 Scenario readScenario(const std::string &path) {
-    Problems problems;
-    return parse(YamlNode::fromFile(path, problems), path, problems);
+    return parseAll(path, [&](Problems &problems) { return YamlNode::fromFile(path, problems); });
 }
 
 Scenario parseScenario(const std::string &text, const std::string &path) {
-    Problems problems;
-    return parse(YamlNode::fromText(text, path, problems), path, problems);
+    return parseAll(path, [&](Problems &problems) { return YamlNode::fromText(text, path, problems); });
 }
 
 } // namespace cli

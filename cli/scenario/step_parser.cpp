@@ -48,6 +48,9 @@ FaultPlanned parseFault(const YamlNode &node) {
     }
     if (const auto nth = reader.take("nth")) {
         fault.nth = nth->number("nth", ~std::uint64_t{0} >> 1).value_or(1);
+        if (fault.nth == 0) {
+            nth->problem("nth counts from 1");
+        }
     }
     if (const auto all = reader.take("all-after")) {
         fault.allAfter = all->flag("all-after").value_or(false);

@@ -29,11 +29,12 @@ std::size_t editDistance(std::string_view a, std::string_view b) {
 }
 
 constexpr std::size_t longestWord = 64; ///< longer words are no slips of the pen
+constexpr std::size_t mostWords = 500;  ///< among more, looking for the nearest takes too long
 
 } // namespace
 
 std::string nearestWord(std::string_view word, const std::vector<std::string> &known) {
-    if (word.empty() || word.size() > longestWord) {
+    if (word.empty() || word.size() > longestWord || known.size() > mostWords) {
         return {};
     }
     std::size_t best = std::max<std::size_t>(2, word.size() / 3) + 1;

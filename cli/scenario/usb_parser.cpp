@@ -19,14 +19,16 @@ void readNumber(MapReader &reader, std::string_view key, Number &into) {
     }
 }
 
-/// The lowest string index that nothing uses yet.
+/// The lowest string index that nothing uses yet; 0 when all are taken.
 std::uint8_t freeIndex(const sim::UsbDescriptors &usb) {
-    std::uint8_t index = 1;
-    while (usb.strings.contains(index) || index == usb.manufacturerIndex || index == usb.productIndex ||
-           index == usb.serialIndex) {
-        ++index;
+    for (unsigned index = 1; index <= 0xFF; ++index) {
+        const auto candidate = static_cast<std::uint8_t>(index);
+        if (!usb.strings.contains(candidate) && candidate != usb.manufacturerIndex && candidate != usb.productIndex &&
+            candidate != usb.serialIndex) {
+            return candidate;
+        }
     }
-    return index;
+    return 0;
 }
 
 void checkLength(const YamlNode &node, const std::u16string &text) {
@@ -54,6 +56,10 @@ void readNamedString(MapReader &reader, std::string_view key, std::uint8_t &inde
         if (index == 0) {
             index = freeIndex(usb);
         }
+        if (index == 0) {
+            node->problem(fmt::format("there is no string index left for {}", key));
+            return;
+        }
         checkLength(*node, *text);
         usb.strings[index] = *text;
     }
@@ -79,6 +85,7 @@ void readAnswers(const YamlNode &node, sim::UsbDescriptors &usb) {
     read("configuration-descriptor", usb.configurationDescriptor);
     read("languages", usb.languageList);
     if (const auto strings = reader.take("strings")) {
+        MapReader(*strings, "strings");
         for (const YamlEntry &entry : strings->entries()) {
             if (const auto index = parseIndex(entry)) {
                 usb.stringAnswers[*index] = parseHubAnswer(entry.value).value_or(sim::HubAnswer());
@@ -140,6 +147,7 @@ void readUsb(const YamlNode &node, sim::UsbDescriptors &usb) {
         }
     }
     if (const auto strings = reader.take("strings")) {
+        MapReader(*strings, "strings");
         for (const YamlEntry &entry : strings->entries()) {
             if (const auto index = parseIndex(entry)) {
                 usb.strings[*index] = parseUtf16(entry.value, "a string").value_or(u"");
@@ -150,6 +158,9 @@ void readUsb(const YamlNode &node, sim::UsbDescriptors &usb) {
     readNamedString(reader, "manufacturer", usb.manufacturerIndex, usb);
     readNamedString(reader, "product", usb.productIndex, usb);
     readNamedString(reader, "serial", usb.serialIndex, usb);
+    if (const auto later = reader.take("answers-later")) {
+        usb.answersLater = later->flag("answers-later").value_or(false);
+    }
     if (const auto answers = reader.take("answers")) {
         readAnswers(*answers, usb);
     }

@@ -6,11 +6,38 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace cli {
 namespace {
 
 constexpr std::size_t longestText = 16u << 20; ///< in UTF-16 units; a guard against slips and hostile files
+
+std::u16string parseRepeat(const YamlNode &node, const YamlNode &repeat, const std::optional<YamlNode> &times) {
+    const auto count = times ? times->number("times", longestText) : std::optional<std::uint64_t>(1);
+    const std::u16string unit = parseUtf16(repeat, "repeat").value_or(u"");
+    std::u16string text;
+    if (count && unit.size() * *count > longestText) {
+        node.problem("the repeated text is longer than 16 million characters");
+        return text;
+    }
+    for (std::uint64_t i = 0; count && i < *count && !unit.empty(); ++i) {
+        text += unit;
+    }
+    node.countText(text.size());
+    return text;
+}
+
+std::u16string parseUnits(const YamlNode &node, const YamlNode &units) {
+    std::u16string text;
+    for (const YamlNode &unit : units.items()) {
+        if (const auto number = unit.number("a UTF-16 unit", 0xFFFF)) {
+            text += static_cast<char16_t>(*number);
+        }
+    }
+    node.countText(text.size());
+    return text;
+}
 
 std::optional<std::u16string> parsePart(const YamlNode &node, std::string_view what) {
     if (!node.isMap()) {
@@ -18,30 +45,15 @@ std::optional<std::u16string> parsePart(const YamlNode &node, std::string_view w
         return text ? std::optional(sim::toUtf16(*text)) : std::nullopt;
     }
     MapReader reader(node, "a part of " + std::string(what));
-    std::u16string part;
-    if (const auto repeat = reader.take("repeat")) {
-        const auto times = reader.take("times");
-        const auto count = times ? times->number("times", longestText) : std::optional<std::uint64_t>(1);
-        const std::u16string unit = parseUtf16(*repeat, "repeat").value_or(u"");
-        if (count && unit.size() * *count > longestText) {
-            node.problem("the repeated text is longer than 16 million characters");
-        } else {
-            for (std::uint64_t i = 0; count && i < *count; ++i) {
-                part += unit;
-            }
-        }
-    } else if (const auto units = reader.take("units")) {
-        for (const YamlNode &unit : units->items()) {
-            if (const auto number = unit.number("a UTF-16 unit", 0xFFFF)) {
-                part += static_cast<char16_t>(*number);
-            }
-        }
-    } else {
-        node.problem(fmt::format("a part of {} needs 'repeat' or 'units'", what));
+    const auto repeat = reader.take("repeat");
+    const auto times = reader.take("times");
+    const auto units = reader.take("units");
+    reader.finish();
+    if (repeat.has_value() == units.has_value() || (times && !repeat)) {
+        node.problem(fmt::format("a part of {} needs 'repeat' and 'times', or 'units'", what));
         return std::nullopt;
     }
-    reader.finish();
-    return part;
+    return repeat ? parseRepeat(node, *repeat, times) : parseUnits(node, *units);
 }
 
 struct TypeName {
@@ -65,8 +77,9 @@ constexpr TypeName typeNames[] = {
 };
 
 std::optional<std::uint32_t> parseType(const YamlNode &node) {
-    if (const auto number = node.plainNumber()) {
-        return *number <= 0xFFFFFFFF ? std::optional(static_cast<std::uint32_t>(*number)) : std::nullopt;
+    if (node.plainNumber()) {
+        const auto number = node.number("value type", 0xFFFFFFFF);
+        return number ? std::optional(static_cast<std::uint32_t>(*number)) : std::nullopt;
     }
     const auto name = node.word("value type", valueTypeNames());
     for (const TypeName &known : typeNames) {
@@ -147,8 +160,10 @@ std::optional<std::u16string> parseUtf16(const YamlNode &node, std::string_view 
         return parsePart(node, what);
     }
     std::u16string text;
+    std::size_t counted = 0;
     for (const YamlNode &part : node.items()) {
         text += parsePart(part, what).value_or(u"");
+        part.countText(text.size() - std::exchange(counted, text.size()));
     }
     return text;
 }
@@ -183,14 +198,11 @@ std::optional<ValueData> parseValue(const YamlNode &node, std::string_view what)
 }
 
 std::vector<std::uint8_t> textBytes(std::u16string_view text, bool terminated) {
-    std::vector<std::uint8_t> bytes;
-    bytes.reserve(text.size() * 2 + 2);
+    std::vector<std::uint8_t> bytes(text.size() * 2 + (terminated ? 2 : 0));
+    std::uint8_t *next = bytes.data();
     for (const char16_t unit : text) {
-        bytes.push_back(static_cast<std::uint8_t>(unit));
-        bytes.push_back(static_cast<std::uint8_t>(unit >> 8));
-    }
-    if (terminated) {
-        bytes.insert(bytes.end(), 2, 0);
+        *next++ = static_cast<std::uint8_t>(unit);
+        *next++ = static_cast<std::uint8_t>(unit >> 8);
     }
     return bytes;
 }

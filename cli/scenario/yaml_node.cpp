@@ -1,5 +1,6 @@
 #include "yaml_node.h"
 
+#include "../text/whole_file.h"
 #include "suggestion.h"
 
 #include <fmt/format.h>
@@ -7,13 +8,37 @@
 
 #include <algorithm>
 #include <charconv>
-#include <fstream>
-#include <sstream>
+#include <yaml-cpp/depthguard.h>
 
 namespace cli {
 namespace {
 
 constexpr int deepestMerge = 8;
+constexpr int deepestNode = 100;
+constexpr std::size_t mostNodes = 500'000;
+constexpr std::size_t mostText = 32u << 20; ///< in UTF-16 units
+constexpr std::uintmax_t largestFile = 64u << 20;
+
+int lineAt(std::string_view text, std::size_t position) {
+    return 1 + static_cast<int>(std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(position), '\n'));
+}
+
+/// YAML may come in UTF-16 and UTF-32 too; the parser knows these by their byte-order marks.
+bool isWide(std::string_view text) {
+    return text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF") ||
+           text.starts_with(std::string_view("\0\0\xFE\xFF", 4));
+}
+
+void requireText(std::string_view text, const std::string &file) {
+    if (text.empty()) {
+        throw UnusableFile({file, 0}, "is empty");
+    }
+    const auto odd = isWide(text) ? std::nullopt : firstOddByte(text);
+    if (odd) {
+        throw UnusableFile({file, lineAt(text, *odd)}, fmt::format("is no UTF-8 text: byte 0x{:02x} at offset {}",
+                                                                   static_cast<unsigned char>(text[*odd]), *odd));
+    }
+}
 
 int hexDigit(char digit) {
     if (digit >= '0' && digit <= '9') {
@@ -71,28 +96,48 @@ std::optional<std::uint64_t> parseNumber(std::string_view text) {
     return number;
 }
 
-YamlNode::YamlNode(YAML::Node yaml, std::shared_ptr<const std::string> file, Problems &problems)
-    : yaml_(std::move(yaml)), file_(std::move(file)), problems_(&problems) {}
+YamlNode::YamlNode(YAML::Node yaml, std::shared_ptr<Reading> reading, Problems &problems, int depth)
+    : yaml_(std::move(yaml)), reading_(std::move(reading)), problems_(&problems), depth_(depth) {}
 
 YamlNode YamlNode::fromText(const std::string &text, const std::string &file, Problems &problems) {
+    requireText(text, file);
     try {
-        return YamlNode(YAML::Load(text), std::make_shared<const std::string>(file), problems);
+        const std::vector<YAML::Node> documents = YAML::LoadAll(text);
+        if (documents.size() > 1) {
+            throw UnusableFile({file, documents[1].Mark().line + 1}, "a file holds one document; here a second begins");
+        }
+        const YAML::Node root = documents.empty() ? YAML::Node() : documents.front();
+        return YamlNode(root, std::make_shared<Reading>(Reading{file}), problems, 0);
+    } catch (const YAML::DeepRecursion &error) {
+        throw UnusableFile({file, error.mark.line + 1}, "is nested too deeply");
     } catch (const YAML::Exception &error) {
-        throw UnusableFile(Location{file, error.mark.line + 1}, "not valid YAML: " + error.msg);
+        throw UnusableFile({file, error.mark.line + 1}, "not valid YAML: " + error.msg);
     }
 }
 
 YamlNode YamlNode::fromFile(const std::string &path, Problems &problems) {
-    std::ifstream stream(path, std::ios::binary);
-    std::ostringstream text;
-    if (!stream || !(text << stream.rdbuf())) {
-        throw UnusableFile(Location{path, 0}, "cannot be read, or is empty");
+    return fromText(readWholeFile(path, largestFile), path, problems);
+}
+
+YamlNode YamlNode::at(YAML::Node yaml) const {
+    if (depth_ == deepestNode) {
+        throw UnusableFile(where(), "is nested too deeply, or within itself");
     }
-    return fromText(text.str(), path, problems);
+    if (++reading_->nodes > mostNodes) {
+        throw UnusableFile(where(), fmt::format("comes to more than {} nodes with all aliases", mostNodes));
+    }
+    return YamlNode(std::move(yaml), reading_, *problems_, depth_ + 1);
+}
+
+void YamlNode::countText(std::size_t units) const {
+    reading_->textUnits += units;
+    if (reading_->textUnits > mostText) {
+        throw UnusableFile(where(), fmt::format("comes to more than {} million characters of text", mostText >> 20));
+    }
 }
 
 Location YamlNode::where() const {
-    return {*file_, yaml_.Mark().line + 1};
+    return {reading_->file, yaml_.Mark().line + 1};
 }
 
 void YamlNode::problem(std::string message) const {
@@ -182,12 +227,12 @@ std::vector<YamlNode> YamlNode::items() const {
     return items;
 }
 
-void YamlNode::collectEntries(std::vector<YamlEntry> &into, int depth) const {
+void YamlNode::collectEntries(std::vector<YamlEntry> &into, std::unordered_set<std::string> &known, int depth) const {
     if (depth > deepestMerge) {
         problem("merges too deeply, or into itself");
         return;
     }
-    std::vector<std::string> own;
+    std::unordered_set<std::string> own;
     std::vector<YamlNode> merged;
     for (const auto &pair : yaml_) {
         const YamlNode key = at(pair.first);
@@ -200,20 +245,15 @@ void YamlNode::collectEntries(std::vector<YamlEntry> &into, int depth) const {
             merged.insert(merged.end(), sources.begin(), sources.end());
             continue;
         }
-        if (std::find(own.begin(), own.end(), *name) != own.end()) {
+        if (!own.insert(*name).second) {
             key.problem(fmt::format("'{}' is given twice", *name));
-            continue;
-        }
-        own.push_back(*name);
-        const auto known =
-            std::find_if(into.begin(), into.end(), [&](const YamlEntry &entry) { return entry.name == *name; });
-        if (known == into.end()) {
+        } else if (known.insert(*name).second) {
             into.push_back({*name, key, at(pair.second)});
         }
     }
     for (const YamlNode &source : merged) {
         if (source.isMap()) {
-            source.collectEntries(into, depth + 1);
+            source.collectEntries(into, known, depth + 1);
         } else {
             source.problem("'<<' must name a map");
         }
@@ -223,7 +263,8 @@ void YamlNode::collectEntries(std::vector<YamlEntry> &into, int depth) const {
 std::vector<YamlEntry> YamlNode::entries() const {
     std::vector<YamlEntry> entries;
     if (isMap()) {
-        collectEntries(entries, 0);
+        std::unordered_set<std::string> known;
+        collectEntries(entries, known, 0);
     }
     return entries;
 }
@@ -252,8 +293,10 @@ std::optional<YamlNode> MapReader::take(std::string_view key) {
 void MapReader::finish() const {
     for (const YamlEntry &entry : entries_) {
         if (std::find(known_.begin(), known_.end(), entry.name) == known_.end()) {
+            const std::string meant = didYouMean(entry.name, known_);
             entry.key.problem(
-                fmt::format("unknown key '{}' in {}{}", entry.name, what_, didYouMean(entry.name, known_)));
+                fmt::format("unknown key '{}' in {}{}", entry.name, what_,
+                            meant.empty() ? fmt::format("; known are {}", fmt::join(known_, ", ")) : meant));
         }
     }
 }

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 namespace cli {
@@ -17,11 +18,13 @@ struct YamlEntry;
 
 /// A part of a YAML file that knows where it stands and where to report what is wrong with it. Readers report a problem
 /// and go on, so that all problems of a file are found in one run.
+///
+/// Aliases can make a small file endless or enormous: going too deep, to too many nodes or to too much text throws
+/// UnusableFile.
 class YamlNode {
   public:
-    YamlNode(YAML::Node yaml, std::shared_ptr<const std::string> file, Problems &problems);
-
-    /// Parses a whole file (or text given for it). Throws UnusableFile when it can't be read or is no YAML.
+    /// Parses a whole file (or text given for it) that holds one document. Throws UnusableFile when it can't be read or
+    /// is no YAML.
     static YamlNode fromFile(const std::string &path, Problems &problems);
     static YamlNode fromText(const std::string &text, const std::string &file, Problems &problems);
 
@@ -53,17 +56,27 @@ class YamlNode {
     /// Keys and values of a map in file order, with "<<" merged in; keys given twice are reported.
     std::vector<YamlEntry> entries() const;
     /// Another part of the same file.
-    YamlNode at(YAML::Node yaml) const { return YamlNode(std::move(yaml), file_, *problems_); }
+    YamlNode at(YAML::Node yaml) const;
+    /// Counts text that the file makes longer than it is written.
+    void countText(std::size_t units) const;
 
-    const std::string &file() const { return *file_; }
+    const std::string &file() const { return reading_->file; }
     Problems &problems() const { return *problems_; }
 
   private:
-    void collectEntries(std::vector<YamlEntry> &into, int depth) const;
+    /// What all nodes of one file share.
+    struct Reading {
+        std::string file;
+        std::size_t nodes = 0;
+        std::size_t textUnits = 0;
+    };
+    YamlNode(YAML::Node yaml, std::shared_ptr<Reading> reading, Problems &problems, int depth);
+    void collectEntries(std::vector<YamlEntry> &into, std::unordered_set<std::string> &known, int depth) const;
 
     YAML::Node yaml_;
-    std::shared_ptr<const std::string> file_;
+    std::shared_ptr<Reading> reading_;
     Problems *problems_;
+    int depth_;
 };
 
 /// A key of a map, where it stands, and its value.

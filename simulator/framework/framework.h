@@ -2,6 +2,7 @@
 
 #include <wdf.h>
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,6 +24,7 @@ void clearLastDeviceAddCallbackStatus();
 
 /// Framework objects that are still alive, one line each (type, parent, call site of the creation).
 std::vector<std::string> leaks();
+std::size_t liveObjectCount();
 
 /// Where a symbolic link of a device leads, e.g. "\DosDevices\NAME" (or "\??\NAME") to "\Device\00000042"; nothing when
 /// there is no such link. Names are found without regard to case.

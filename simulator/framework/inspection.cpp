@@ -2,6 +2,7 @@
 #include "device.h"
 #include "driver.h"
 #include "framework.h"
+#include "live_objects.h"
 
 namespace sim::framework {
 
@@ -17,6 +18,10 @@ void *contextOfDriver(PDRIVER_OBJECT driver, std::string_view typeName) {
 
 std::vector<std::string> leaks() {
     return liveObjects();
+}
+
+std::size_t liveObjectCount() {
+    return live::objects().size();
 }
 
 } // namespace sim::framework

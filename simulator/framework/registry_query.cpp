@@ -6,6 +6,7 @@
 #include "string.h"
 #include "table.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace sim::framework {
@@ -52,13 +53,16 @@ NTSTATUS validateMultiString(const RegistryValue &value) {
     return terminated ? STATUS_SUCCESS : STATUS_OBJECT_TYPE_MISMATCH;
 }
 
+// A string object is made of each as of terminated text, and counts in 16 bits: longer text is cut (inferred).
+constexpr std::size_t longestString = 0xFFFC / sizeof(WCHAR);
+
 std::vector<std::u16string> splitMultiString(const std::vector<std::uint8_t> &data) {
     std::u16string text(data.size() / sizeof(WCHAR), u'\0');
     std::memcpy(text.data(), data.data(), data.size());
     std::vector<std::u16string> strings;
     for (std::size_t begin = 0; text[begin] != u'\0';) {
         const std::size_t end = text.find(u'\0', begin);
-        strings.push_back(text.substr(begin, end - begin));
+        strings.push_back(text.substr(begin, std::min(end - begin, longestString)));
         begin = end + 1;
     }
     return strings;

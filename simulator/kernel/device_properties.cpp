@@ -21,6 +21,20 @@ DevicePropertyProvider &provider(const char *routine, const void *callSite) {
     return *kernel().deviceProperties;
 }
 
+/// False for a physical device object whose device has been removed, which no caller can exclude; what never was one
+/// stops the run.
+bool isEnumerated(DevicePropertyProvider &answers, PDEVICE_OBJECT device, const char *routine, const void *callSite) {
+    if (answers.isPhysicalDevice(device)) {
+        return true;
+    }
+    if (!answers.wasPhysicalDevice(device)) {
+        bugCheck("physical device object", routine,
+                 hex(reinterpret_cast<std::uintptr_t>(device)) + " is none that is enumerated (bug check 0xCA, 2)",
+                 callSite);
+    }
+    return false;
+}
+
 } // namespace
 
 // learn.microsoft.com: IoGetDeviceProperty
@@ -31,10 +45,8 @@ extern "C" NTSTATUS IoGetDeviceProperty(PDEVICE_OBJECT device, DEVICE_REGISTRY_P
     requirePassive(routine, callSite);
     requireDevice(device, routine, callSite);
     DevicePropertyProvider &answers = provider(routine, callSite);
-    if (!answers.isPhysicalDevice(device)) {
-        bugCheck("physical device object", routine,
-                 hex(reinterpret_cast<std::uintptr_t>(device)) + " is none that is enumerated (bug check 0xCA, 2)",
-                 callSite);
+    if (!isEnumerated(answers, device, routine, callSite)) {
+        return STATUS_INVALID_DEVICE_REQUEST; // recalled
     }
     if (kernel().faults.shouldFail(routine)) {
         return kernel().faults.statusFor(routine, STATUS_INSUFFICIENT_RESOURCES);
@@ -66,10 +78,8 @@ extern "C" NTSTATUS IoGetDevicePropertyData(PDEVICE_OBJECT device, const DEVPROP
         bugCheck("argument", routine, "Flags is reserved but was " + hex(flags), callSite);
     }
     DevicePropertyProvider &answers = provider(routine, callSite);
-    if (!answers.isPhysicalDevice(device)) {
-        bugCheck("physical device object", routine,
-                 hex(reinterpret_cast<std::uintptr_t>(device)) + " is none that is enumerated (bug check 0xCA, 2)",
-                 callSite);
+    if (!isEnumerated(answers, device, routine, callSite)) {
+        return STATUS_INVALID_DEVICE_REQUEST; // recalled
     }
     if (kernel().faults.shouldFail(routine)) {
         return kernel().faults.statusFor(routine, STATUS_INSUFFICIENT_RESOURCES);

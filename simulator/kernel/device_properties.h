@@ -27,6 +27,8 @@ class DevicePropertyProvider {
                                                    bool enabledOnly) = 0;
     /// True for a physical device object that Plug and Play has enumerated and not forgotten.
     virtual bool isPhysicalDevice(PDEVICE_OBJECT device) = 0;
+    /// True also for one that it has forgotten, the device being removed, while somebody's reference keeps it.
+    virtual bool wasPhysicalDevice(PDEVICE_OBJECT device) { return isPhysicalDevice(device); }
 };
 
 } // namespace sim

@@ -67,6 +67,22 @@ std::string FaultPlan::firstFailed() const {
     return firstFailed_;
 }
 
+std::vector<std::string> FaultPlan::unmet() const {
+    std::lock_guard lock(mutex_);
+    std::vector<std::string> list;
+    const auto note = [&](std::uint64_t nth, const std::string &routine, std::uint64_t seen) {
+        if (seen < nth) {
+            list.push_back("call " + std::to_string(nth) + " of " + routine + " (" + std::to_string(seen) +
+                           " were made)");
+        }
+    };
+    note(point_.nth, "all routines", seen_[slot(point_.thread)]);
+    for (const Named &named : named_) {
+        note(named.nth, named.routine, named.seen);
+    }
+    return list;
+}
+
 NTSTATUS FaultPlan::statusFor(std::string_view routine, NTSTATUS otherwise) const {
     std::lock_guard lock(mutex_);
     for (const Named &named : named_) {

@@ -39,6 +39,8 @@ class FaultPlan {
     std::uint64_t callsSeen(FaultThread thread = FaultThread::driver) const;
     /// The routine of the first call that failed since `clear`; empty when none did.
     std::string firstFailed() const;
+    /// What was planned since `clear` and did not come to pass, e.g. "call 3 of WdfDeviceCreate (2 were made)".
+    std::vector<std::string> unmet() const;
     /// The status that a scenario asked a named call to fail with; `otherwise` where it did not say.
     NTSTATUS statusFor(std::string_view routine, NTSTATUS otherwise) const;
 

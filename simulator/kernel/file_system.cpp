@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <unistd.h>
 #include <utility>
@@ -159,8 +158,11 @@ std::optional<std::string> FileSystem::tempFile(std::string_view name) const {
     if (!path || !std::filesystem::is_regular_file(*path)) {
         return std::nullopt;
     }
-    std::ifstream stream(*path, std::ios::binary);
-    return std::string{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    std::ifstream stream(*path, std::ios::binary | std::ios::ate);
+    std::string bytes(stream ? static_cast<std::size_t>(stream.tellg()) : 0, '\0');
+    stream.seekg(0);
+    stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
 }
 
 } // namespace sim

@@ -190,6 +190,11 @@ bool ObjectManager::closeHandle(HANDLE handle) {
     return true;
 }
 
+std::size_t ObjectManager::handlesInUse() const {
+    std::lock_guard lock(mutex_);
+    return handles_.size();
+}
+
 bool ObjectManager::directoryExists(std::u16string_view name) const {
     const std::u16string wanted = upcase(name);
     if (std::find(rootDirectories.begin(), rootDirectories.end(), wanted) != rootDirectories.end()) {

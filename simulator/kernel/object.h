@@ -2,6 +2,7 @@
 
 #include <ntifs.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -42,6 +43,7 @@ class ObjectManager {
     /// Null when the handle is not open.
     void *bodyOf(HANDLE handle, ACCESS_MASK *access = nullptr) const;
     bool closeHandle(HANDLE handle);
+    std::size_t handlesInUse() const;
 
     /// True when `name` is a directory of the name space, e.g. "\\Driver" (no trailing backslash).
     bool directoryExists(std::u16string_view name) const;

@@ -21,6 +21,8 @@ constexpr unsigned char guardPattern = 0xFD;
 constexpr std::size_t guardBytes = SIM_ADDRESS_SANITIZER ? 0 : 16;
 constexpr std::size_t keptBack = SIM_ADDRESS_SANITIZER ? 0 : 256;
 constexpr std::size_t largestKeptBack = 64 * 1024;
+/// What this machine has. A request that does not fit fails as on any machine whose memory is short.
+constexpr std::size_t wholePool = std::size_t{1} << 30;
 
 std::string tagText(ULONG tag) {
     std::string text = "'";
@@ -54,7 +56,8 @@ Pool::~Pool() {
 void *Pool::allocate(std::size_t size, ULONG tag, bool paged, bool zeroed, bool ofKernel, const void *callSite) {
     const std::size_t alignment = size >= PAGE_SIZE ? PAGE_SIZE : MEMORY_ALLOCATION_ALIGNMENT;
     void *memory = nullptr;
-    if (posix_memalign(&memory, alignment, size + guardBytes) != 0) {
+    if (size > wholePool - std::min(bytesInUse(), wholePool) ||
+        posix_memalign(&memory, alignment, size + guardBytes) != 0) {
         return nullptr;
     }
     std::memset(memory, zeroed ? 0 : freshPattern, size);

@@ -24,6 +24,7 @@ class Pool {
         const void *callSite = nullptr;
     };
 
+    /// Null when there is not so much left of the machine's 1 GiB.
     void *allocate(std::size_t size, ULONG tag, bool paged, bool zeroed, bool ofKernel, const void *callSite);
     void free(void *block, ULONG tag, const void *callSite, const char *routine);
     /// The block that `address` lies in; nothing when it is not pool.

@@ -165,8 +165,8 @@ extern "C" NTSTATUS RtlUpcaseUnicodeString(PUNICODE_STRING destination, PCUNICOD
         return STATUS_BUFFER_OVERFLOW;
     }
     kernel().pool.checkAccess(destination->Buffer, source->Length, routine, callSite);
-    std::transform(text.begin(), text.end(), destination->Buffer,
-                   [](char16_t unit) { return static_cast<WCHAR>(upcase(unit)); });
+    const std::u16string capitals = upcase(text); // the two may be one
+    std::memcpy(destination->Buffer, capitals.data(), capitals.size() * sizeof(WCHAR));
     destination->Length = source->Length;
     return STATUS_SUCCESS;
 }

@@ -1,5 +1,6 @@
 #include "thread.h"
 
+#include "interleaving.h"
 #include "violation.h"
 
 #include <memory>
@@ -27,6 +28,7 @@ KernelThread &currentThread() {
 }
 
 void requireIrqlAtMost(KIRQL highest, const char *routine, const void *callSite) {
+    mayInterleave();
     const KIRQL irql = currentThread().irql;
     if (irql > highest) {
         bugCheck("irql", routine,

@@ -94,8 +94,10 @@ char16_t upcase(char16_t unit) {
 
 std::u16string upcase(std::u16string_view text) {
     std::u16string result(text);
-    const UpcaseTable &units = table();
-    std::transform(result.begin(), result.end(), result.begin(), [&units](char16_t unit) { return units[unit]; });
+    const char16_t *capitals = table().data();
+    for (char16_t &unit : result) {
+        unit = capitals[unit];
+    }
     return result;
 }
 

@@ -106,6 +106,13 @@ Node *DeviceTree::byDevice(PDEVICE_OBJECT device) {
     return found == byDevice_.end() ? nullptr : found->second;
 }
 
+bool DeviceTree::hadDevice(PDEVICE_OBJECT device) {
+    const std::lock_guard guard(mutex);
+    return byDevice_.contains(device) || std::any_of(removed_.begin(), removed_.end(), [device](const auto &node) {
+               return node->record.physicalDeviceObject == device;
+           });
+}
+
 Node *DeviceTree::byHardware(const Hardware &hardware) {
     for (Node *node : all()) {
         if (node->hardware().get() == &hardware) {

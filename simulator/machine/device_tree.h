@@ -47,6 +47,8 @@ class DeviceTree {
     Node *byName(std::string_view name);
     /// The node of a physical device object, also while its removal is postponed. Null when Plug and Play knows none.
     Node *byDevice(PDEVICE_OBJECT device);
+    /// Whether Plug and Play knows the physical device object or once knew it.
+    bool hadDevice(PDEVICE_OBJECT device);
     Node *byHardware(const Hardware &hardware);
     /// Every node below the root, parents before children.
     std::vector<Node *> all();

@@ -288,4 +288,8 @@ bool PropertyProvider::isPhysicalDevice(PDEVICE_OBJECT device) {
     return tree_.byDevice(device) != nullptr;
 }
 
+bool PropertyProvider::wasPhysicalDevice(PDEVICE_OBJECT device) {
+    return tree_.hadDevice(device);
+}
+
 } // namespace sim::machine

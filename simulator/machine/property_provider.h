@@ -18,6 +18,7 @@ class PropertyProvider final : public DevicePropertyProvider {
     std::vector<std::u16string> interfaces(PDEVICE_OBJECT physicalDevice, const GUID &interfaceClass,
                                            bool enabledOnly) override;
     bool isPhysicalDevice(PDEVICE_OBJECT device) override;
+    bool wasPhysicalDevice(PDEVICE_OBJECT device) override;
 
   private:
     DeviceTree &tree_;

@@ -21,7 +21,9 @@ struct DeviceExtensionLayout {
 };
 static_assert(__builtin_offsetof(DeviceExtensionLayout, deviceNode) == 0x28);
 
-/// The node of a physical device object; null before its first enumeration and after its removal.
+/// The node of a physical device object; null before its first enumeration and after its removal. Plug and Play sets it
+/// any time, and there is no lock that a driver could take.
 inline DeviceNodeLayout *deviceNodeOf(PDEVICE_OBJECT physicalDevice) {
-    return reinterpret_cast<DeviceExtensionLayout *>(physicalDevice->DeviceObjectExtension)->deviceNode;
+    auto *extension = reinterpret_cast<DeviceExtensionLayout *>(physicalDevice->DeviceObjectExtension);
+    return __atomic_load_n(&extension->deviceNode, __ATOMIC_ACQUIRE);
 }

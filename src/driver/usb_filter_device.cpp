@@ -71,23 +71,31 @@ bool isLeftAlone(const UNICODE_STRING &hardwareIds) {
     return RtlPrefixUnicodeString(&rootHub, &rest, FALSE) || equalCaseSensitive(first, literal(L"USB\\RESET_FAILURE"));
 }
 
+NTSTATUS judge(UsbFilterDevice &filter, const UNICODE_STRING &hardwareIds) {
+    const NTSTATUS status = filter.hardwareIds.copyFrom(hardwareIds);
+    if (!NT_SUCCESS(status)) {
+        LOG_ERROR(L"Failed to hardware id init, status = 0x", hex(status));
+        return status;
+    }
+    recordUnlessBelowHub(WdfDeviceWdmGetPhysicalDevice(filter.device));
+    return processRules(filter);
+}
+
 } // namespace
 
 NTSTATUS createUsbFilterDevice(PWDFDEVICE_INIT deviceInit, const UNICODE_STRING &hardwareIds) {
     LOG_INFO(L"UsbFilterDevice create, hardwareIds = ", hardwareIds);
     WDFDEVICE device = nullptr;
     NTSTATUS status = attachFilter(deviceInit, device);
-    if (!NT_SUCCESS(status) || isLeftAlone(hardwareIds)) {
+    if (!NT_SUCCESS(status)) {
         return status;
     }
     UsbFilterDevice &filter = *usbFilterDeviceOf(device);
-    status = filter.hardwareIds.copyFrom(hardwareIds);
-    if (!NT_SUCCESS(status)) {
-        LOG_ERROR(L"Failed to hardware id init, status = 0x", hex(status));
-        return status;
+    if (!isLeftAlone(hardwareIds)) {
+        status = judge(filter, hardwareIds);
     }
-    recordUnlessBelowHub(WdfDeviceWdmGetPhysicalDevice(device));
-    return processRules(filter);
+    __atomic_store_n(&filter.isDecided, true, __ATOMIC_RELEASE);
+    return status;
 }
 
 UsbFilterCopy::~UsbFilterCopy() {
@@ -106,6 +114,9 @@ NTSTATUS UsbFilterCopy::take(PDEVICE_OBJECT device) {
     const UsbFilterDevice *filter = findUsbFilterDevice(device);
     if (filter == nullptr) {
         return STATUS_NOT_FOUND;
+    }
+    if (!__atomic_load_n(&filter->isDecided, __ATOMIC_ACQUIRE)) {
+        return STATUS_DEVICE_NOT_READY;
     }
     copy->device = filter->device;
     copy->filterable = filter->filterable;

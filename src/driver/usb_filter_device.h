@@ -17,6 +17,7 @@ struct UsbFilterDevice {
     KString hardwareIds; ///< the whole list
     ServiceMessage message;
     bool denyWrite; ///< read-only by the device's access list, which has to last
+    bool isDecided; ///< set last in the device add: from then on other threads may read the rest
 };
 WDF_DECLARE_CONTEXT_TYPE_WITH_NAME(UsbFilterDevice, usbFilterDeviceOf)
 
@@ -33,7 +34,7 @@ class [[nodiscard]] UsbFilterCopy {
     UsbFilterCopy &operator=(const UsbFilterCopy &) = delete;
 
     /// Copies what a decision needs. STATUS_NOT_FOUND when this driver has no USB filter in the stack;
-    /// STATUS_INSUFFICIENT_RESOURCES. PASSIVE_LEVEL.
+    /// STATUS_DEVICE_NOT_READY while its device is being added; STATUS_INSUFFICIENT_RESOURCES. PASSIVE_LEVEL.
     NTSTATUS take(PDEVICE_OBJECT device);
     UsbFilterDevice &get() const { return *memory_.as<UsbFilterDevice>(); }
 

@@ -156,6 +156,43 @@ TEST_F(Command, jsonIsAListOfFiles) {
     EXPECT_EQ(json[1]["usable"], false);
 }
 
+TEST_F(Command, jsonTellsEveryProblem) {
+    const std::string file = write("broken.yaml", "nam: x\ndevices: {a: {class: USB}}\n");
+    const Outcome result = run({"play", "--json", file, (folder / "missing.yaml").string()});
+    EXPECT_EQ(result.status, 2);
+    const auto json = nlohmann::json::parse(result.out);
+    ASSERT_EQ(json.size(), 2u);
+    EXPECT_EQ(json[0]["problems"][0]["message"], "there is no such file or folder");
+    EXPECT_EQ(json[1]["problems"][0]["line"], 1);
+    EXPECT_EQ(json[1]["problems"][1]["line"], 2);
+    EXPECT_NE(result.err.find("broken.yaml:2: a device needs an 'instance'"), std::string::npos) << result.err;
+}
+
+TEST_F(Command, filesThatCannotBeReadSayWhy) {
+    fs::create_symlink(folder / "gone", folder / "dangling.yaml");
+    EXPECT_EQ(run({"play", folder.string()}).err,
+              (folder / "dangling.yaml").string() + ": cannot be read: No such file or directory\n");
+    const std::string huge = write("huge.yaml", "");
+    fs::resize_file(huge, 3u << 30);
+    EXPECT_EQ(run({"play", huge}).err, huge + ": is larger than 64 MiB\n");
+    EXPECT_EQ(run({"play", "/dev/zero"}).err, "/dev/zero: is larger than 64 MiB\n");
+    const std::string asksForFolder = write("s.yaml", "\nreg-files: [.]\n");
+    EXPECT_EQ(run({"play", asksForFolder}).err,
+              asksForFolder + ":2: " + (folder / ".").string() + " cannot be read: Is a directory\n");
+    fs::create_directories(folder / "inner/devices/odd.yaml");
+    const std::string inner = write("inner/s.yaml", "devices: {a: {use: x}}\n");
+    EXPECT_NE(run({"play", inner}).err.find("odd.yaml: cannot be read: Is a directory"), std::string::npos);
+}
+
+TEST_F(Command, resultsThatCannotBeWrittenAreAnError) {
+    const std::string file = write("good.yaml", good);
+    std::ofstream full("/dev/full");
+    std::ostringstream err;
+    const char *arguments[] = {"myrtelhaven", "play", file.c_str()};
+    EXPECT_EQ(runCommand(3, arguments, full, err), 2);
+    EXPECT_EQ(err.str(), "the results could not be written\n");
+}
+
 TEST_F(Command, keepsFilesOnRequest) {
     const std::string file = write("s.yaml", "clock: 2024-03-07 9:05:01\npolicy: {LogLevel: 4}\nsteps: [load]\n");
     EXPECT_EQ(run({"play", "--keep-files", (folder / "kept").string(), file}).status, 0);

@@ -63,6 +63,33 @@ TEST(Player, aRuleOfSeveralListsIsCountedForTheListThatWasAsked) {
     EXPECT_EQ(result.outcomes[1].why.filterableBy->value, "BlockedCompatibleIds");
 }
 
+TEST(Player, theListThatWasWalkedIsNamedAlthoughAnotherHoldsTheSameRule) {
+    // The allowed list holds the rule too, yet for another device: with a backslash the serial number counts.
+    const PlayResult readOnly = played(stickUnder(
+        R"(BlockedCompatibleIds: Class_08, AllowedHardwareIds: 'VID_0781*\B', ReadOnlyHardwareIds: 'VID_0781*\A? VID_0781*\B')"));
+    EXPECT_EQ(readOnly.outcomes[1].why.decidedBy->value, "ReadOnlyHardwareIds");
+    EXPECT_EQ(readOnly.outcomes[1].why.decidedBy->rule, "VID_0781*\\A?");
+    // The rule that makes the device filterable stands in the list that allows it too.
+    const PlayResult allowedToo = played(stickUnder(
+        R"(BlockedCompatibleIds: 'CLASS_* *', AllowedHardwareIds: {type: REG_SZ, text: '*\*'}, ReadOnlyHardwareIds: '*\* *')"));
+    EXPECT_EQ(allowedToo.outcomes[1].why.filterableBy->value, "BlockedCompatibleIds");
+    EXPECT_EQ(allowedToo.outcomes[1].why.filterableBy->rule, "*");
+    EXPECT_EQ(allowedToo.outcomes[1].why.decidedBy->value, "AllowedHardwareIds");
+    EXPECT_EQ(allowedToo.outcomes[1].why.decidedBy->rule, "*\\*");
+}
+
+TEST(Player, aRuleThatLooksLikeAPatternOfTheDriversOwnIsNotTakenForIt) {
+    // The driver compares the first hardware id with this expression to find an interface number.
+    const PlayResult result = played(R"(
+policy: {BlockedCompatibleIds: '*&MI_??', AllowedHardwareIds: [], ReadOnlyHardwareIds: '*&MI_??\x'}
+devices:
+  function: {instance: 'USB\A\1', class: USB, service: x, hardware-ids: ['USB\VID_1&PID_2&MI_00'], compatible-ids: ['USB\none']}
+steps: [load, start-control-node, plug: function]
+)");
+    EXPECT_EQ(result.outcomes[1].why.reason, Reason::notFilterable);
+    EXPECT_FALSE(result.outcomes[1].why.filterableBy);
+}
+
 TEST(Player, showsExpectedAndFound) {
     const PlayResult result = played(allowed + R"(
 steps:
@@ -168,6 +195,36 @@ steps:
     expect: {decision: allowed}
 )");
     EXPECT_EQ(failuresOf(result), Lines());
+}
+
+TEST(Player, aDeviceThatFailedIsRecordedOncePerAdd) {
+    const PlayResult result = played(allowed + R"(
+steps:
+  - load
+  - start-control-node
+  - plug: stick
+    fail: {call: WdfDeviceCreate}
+  - replug: stick
+  - unplug: stick
+)");
+    ASSERT_EQ(result.outcomes.size(), 3u);
+    EXPECT_EQ(stateName(result.outcomes[1]), "failed-add");
+    EXPECT_EQ(stateName(result.outcomes[2]), "started");
+}
+
+TEST(Player, aPlannedFailureThatNeverHappensIsOne) {
+    const PlayResult result = played(R"(
+steps:
+  - load:
+    fail: {call: WdfDriverCreate, nth: 2}
+  - load:
+    fail: [{call: WdfDriverCreat}, {nth: 100000}]
+)");
+    ASSERT_EQ(result.steps.size(), 3u);
+    ASSERT_EQ(result.steps[0].failures.size(), 1u);
+    EXPECT_EQ(result.steps[0].failures[0].expected, "call 2 of WdfDriverCreate (1 were made)");
+    ASSERT_EQ(result.steps[1].failures.size(), 2u);
+    EXPECT_EQ(result.steps[1].failures[1].expected, "call 1 of WdfDriverCreat (0 were made)");
 }
 
 TEST(Player, theClockStandsStillUnlessMoved) {

@@ -5,6 +5,7 @@
 #include "cli/scenario/time_parser.h"
 #include "simulator/machine/machine.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 using namespace cli;
@@ -57,9 +58,14 @@ TEST(ScenarioParser, namesUnknownKeysWithTheNearestKnownOne) {
 
 TEST(ScenarioParser, reportsEveryProblemOfAFile) {
     EXPECT_EQ(problemsOf("installed: maybe\nhub-driver: [USBHUB3]\nutc-offset: x\n"),
-              (Lines{"s.yaml:3: utc-offset must be written like +01:00, found 'x'",
-                     "s.yaml:1: installed must be true or false",
-                     "s.yaml:2: unknown key 'hub-driver' in scenario (did you mean 'hub-drivers'?)"}));
+              (Lines{"s.yaml:1: installed must be true or false",
+                     "s.yaml:2: unknown key 'hub-driver' in scenario (did you mean 'hub-drivers'?)",
+                     "s.yaml:3: utc-offset must be written like +01:00, found 'x'"}));
+}
+
+TEST(ScenarioParser, namesTheKnownKeysWhereNoneIsNear) {
+    EXPECT_EQ(problemsOf("files: {a.log: {zzzzzz: 1}}"),
+              (Lines{"s.yaml:1: unknown key 'zzzzzz' in file 'a.log'; known are text, bytes, size"}));
 }
 
 TEST(ScenarioParser, reportsKeysGivenTwice) {
@@ -70,6 +76,54 @@ TEST(ScenarioParser, reportsWhatIsNoYaml) {
     EXPECT_EQ(problemsOf("name: [a\n").size(), 1u);
     EXPECT_EQ(problemsOf("name: [a\n").front().substr(0, 30), "s.yaml:2: not valid YAML: end ");
     EXPECT_EQ(problemsOf("- a\n"), (Lines{"s.yaml:1: a scenario must be a map, found a list"}));
+}
+
+TEST(ScenarioParser, reportsWhatIsNoText) {
+    EXPECT_EQ(problemsOf(""), (Lines{"s.yaml: is empty"}));
+    EXPECT_EQ(problemsOf("name: a\nclock: \xC3(\n"), (Lines{"s.yaml:2: is no UTF-8 text: byte 0xc3 at offset 15"}));
+    EXPECT_EQ(problemsOf("name: \xED\xA0\x80\n"), (Lines{"s.yaml:1: is no UTF-8 text: byte 0xed at offset 6"}));
+    EXPECT_EQ(problemsOf(std::string("name: \0", 7)), (Lines{"s.yaml:1: is no UTF-8 text: byte 0x00 at offset 6"}));
+    EXPECT_EQ(problemsOf("name: äö€😀\tx\r\n"), Lines());
+    EXPECT_EQ(scenarioOf(std::string("\xFF\xFEn\0a\0m\0e\0:\0 \0x\0\n\0", 18)).name, "x");
+}
+
+TEST(ScenarioParser, reportsASecondDocument) {
+    EXPECT_EQ(problemsOf("name: x\n---\nname: y\n"),
+              (Lines{"s.yaml:3: a file holds one document; here a second begins"}));
+}
+
+TEST(ScenarioParser, endlessFilesEnd) {
+    EXPECT_EQ(problemsOf("steps: " + std::string(20000, '[') + std::string(20000, ']')),
+              (Lines{"s.yaml:1: is nested too deeply"}));
+    EXPECT_EQ(problemsOf("installed: x\npolicy:\n  A: {text: [&p {repeat: [*p, x], times: 3}]}\n"),
+              (Lines{"s.yaml:1: installed must be true or false", "s.yaml:3: is nested too deeply, or within itself"}));
+    std::string growing = "shared:\n  - &t0 [x, x, x, x, x, x, x, x, x, x]\n";
+    for (int level = 1; level < 9; ++level) {
+        const std::string alias = fmt::format("{{repeat: *t{}}}", level - 1);
+        growing += fmt::format("  - &t{} [{}, {}, {}, {}, {}, {}, {}, {}, {}, {}]\n", level, alias, alias, alias, alias,
+                               alias, alias, alias, alias, alias, alias);
+    }
+    const Lines tooMuch = problemsOf(growing + "policy: {A: {text: *t8}}\n");
+    ASSERT_EQ(tooMuch.size(), 1u);
+    EXPECT_NE(tooMuch.front().find("comes to more than 500000 nodes with all aliases"), std::string::npos)
+        << tooMuch.front();
+    EXPECT_EQ(problemsOf("policy:\n  A: {text: &t [{repeat: {repeat: a, times: 4000}, times: 4000}]}\n  B: {text: "
+                         "*t}\n  C: {text: *t}\n"),
+              (Lines{"s.yaml:2: comes to more than 32 million characters of text"}));
+}
+
+TEST(ScenarioParser, saysOnceWhatAliasesRepeat) {
+    EXPECT_EQ(problemsOf("shared:\n  - &d {instance: x, port: y}\ndevices: {a: *d, b: *d}\n"),
+              (Lines{"s.yaml:2: port must be a number from 0 to 4294967295, found 'y'"}));
+}
+
+TEST(ScenarioParser, stringIndexesCanRunOut) {
+    std::string strings;
+    for (int index = 1; index < 256; ++index) {
+        strings += fmt::format("{}{}: s", index == 1 ? "" : ", ", index);
+    }
+    EXPECT_EQ(problemsOf("devices:\n  a: {instance: x, usb: {strings: {" + strings + "}, serial: y}}\n"),
+              (Lines{"s.yaml:2: there is no string index left for serial"}));
 }
 
 TEST(ScenarioParser, readsADevice) {
@@ -86,11 +140,13 @@ devices:
     removable: false
     enumerator: ~
     capabilities-failure: STATUS_NO_SUCH_DEVICE
+    start-failure: STATUS_UNSUCCESSFUL
     properties:
       HardwareId: {bytes: '41 00 00', type: 18}
       CompatibleIds: {fail: 0xC0000034}
     usb:
       vendor-id: 0x0781
+      answers-later: true
       serial: A1
       manufacturer: {units: [0xD800, 0x41]}
       strings: {9: nine}
@@ -110,9 +166,11 @@ devices:
     EXPECT_FALSE(device.removable);
     EXPECT_EQ(device.enumerator, u"");
     EXPECT_EQ(device.capabilitiesFailure, STATUS_NO_SUCH_DEVICE);
+    EXPECT_EQ(device.startFailure, STATUS_UNSUCCESSFUL);
     EXPECT_EQ(device.rawProperties.at("HardwareId").data, (std::vector<std::uint8_t>{0x41, 0, 0}));
     EXPECT_EQ(device.rawProperties.at("CompatibleIds").failure, STATUS_OBJECT_NAME_NOT_FOUND);
     ASSERT_TRUE(device.usb);
+    EXPECT_TRUE(device.usb->answersLater);
     EXPECT_EQ(device.usb->strings.at(device.usb->manufacturerIndex), (std::u16string{0xD800, u'A'}));
     EXPECT_EQ(device.usb->strings.at(device.usb->serialIndex), u"A1");
     EXPECT_EQ(device.usb->strings.at(9), u"nine");

@@ -65,7 +65,8 @@ TEST(ValueParser, saysWhatIsWrong) {
               "v.yaml:1: value must be hexadecimal bytes such as '01 fe', found '0'");
     EXPECT_EQ(parse("{type: REG_SX, text: a}").problems.front().substr(0, 57),
               "v.yaml:1: value type 'REG_SX' is unknown (did you mean 'R");
-    EXPECT_EQ(parse("{text: [{repeet: a}]}").problems.front(), "v.yaml:1: a part of value needs 'repeat' or 'units'");
+    EXPECT_EQ(parse("{text: [{repeet: a}]}").problems.front(),
+              "v.yaml:1: unknown key 'repeet' in a part of value (did you mean 'repeat'?)");
     EXPECT_EQ(parse("{text: [{repeat: a, times: 99999999}]}").problems.front(),
               "v.yaml:1: times must be a number from 0 to 16777216, found '99999999'");
 }

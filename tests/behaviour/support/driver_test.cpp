@@ -110,6 +110,7 @@ void DriverTest::unplug(std::string_view device) {
 }
 
 const Lines &DriverTest::logSoFar() {
+    std::lock_guard lock(recording_);
     kernel().workers.settle();
     for (const std::string &name : kernel().files.tempFiles()) {
         const std::string text = kernel().files.tempFile(name).value_or("");
@@ -125,6 +126,7 @@ const Lines &DriverTest::logSoFar() {
 }
 
 Lines DriverTest::takeLog() {
+    std::lock_guard lock(recording_);
     const Lines &lines = logSoFar();
     const std::size_t begin = std::exchange(linesTaken_, lines.size());
     return {lines.begin() + static_cast<std::ptrdiff_t>(begin), lines.end()};
@@ -206,6 +208,7 @@ void DriverTest::TearDown() {
 }
 
 void DriverTest::addStarting(sim::DeviceNode &) {
+    std::lock_guard lock(recording_);
     linesBeforeAdd_ = logSoFar().size();
     if (armedForAdd_) {
         kernel().faults.arm(true);
@@ -213,6 +216,7 @@ void DriverTest::addStarting(sim::DeviceNode &) {
 }
 
 void DriverTest::addFinished(const sim::AddReport &report) {
+    std::lock_guard lock(recording_);
     if (armedForAdd_) {
         callsOfAdd_ = kernel().faults.callsSeen();
         endFailures();

@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -88,6 +89,7 @@ class DriverTest : public testing::Test, protected sim::MachineObserver {
 
   private:
     const Lines &logSoFar();
+    std::recursive_mutex recording_;             ///< devices may be plugged by several threads
     Lines log_;                                  ///< every line of every log file, in the order of writing
     std::map<std::string, std::size_t> logRead_; ///< bytes of each file that are in log_
     std::size_t linesTaken_ = 0;

@@ -100,6 +100,19 @@ TEST_F(RegistryTest, MultiStringTable) {
     EXPECT_EQ(strings, std::vector<std::u16string>{u"a"});
 }
 
+TEST_F(RegistryTest, StringsBeyondWhatCanBeCountedAreCut) {
+    open();
+    for (const std::size_t units : {32'765u, 32'766u, 32'767u, 32'768u, 65'536u, 100'000u}) {
+        std::u16string list(units, u'x');
+        list += std::u16string_view(u"\0next\0\0", 7);
+        std::vector<std::uint8_t> bytes(2 * list.size());
+        std::memcpy(bytes.data(), list.data(), bytes.size());
+        std::vector<std::u16string> strings;
+        EXPECT_EQ(query(bytes, REG_MULTI_SZ, &strings), STATUS_SUCCESS);
+        EXPECT_EQ(strings, (std::vector<std::u16string>{std::u16string(std::min(units, 32'766ul), u'x'), u"next"}));
+    }
+}
+
 TEST_F(RegistryTest, ItemsAreAppendedAndOutliveTheCollection) {
     open();
     kernel.registry.setMultiString(path, u"List", {u"one", u"two"});

@@ -262,8 +262,11 @@ TEST_F(GenericTablesTest, traceTellsWhatWasFound) {
     lookup(7);
     lookup(8);
     RtlGetElementGenericTableAvl(&table, 0);
+    PVOID key = nullptr;
+    while (RtlEnumerateGenericTableWithoutSplayingAvl(&table, &key) != nullptr) {
+    }
     kernel.trace.setObserver({});
-    ASSERT_EQ(events.size(), 4u);
+    ASSERT_EQ(events.size(), 5u);
     EXPECT_EQ(events[0].kind, TraceEvent::Kind::tableInsert);
     EXPECT_EQ(events[0].element, stored);
     EXPECT_EQ(events[1].kind, TraceEvent::Kind::tableLookup);
@@ -271,6 +274,9 @@ TEST_F(GenericTablesTest, traceTellsWhatWasFound) {
     EXPECT_EQ(events[2].element, nullptr);
     EXPECT_EQ(events[3].kind, TraceEvent::Kind::tableElement);
     EXPECT_EQ(events[3].table, &table);
+    EXPECT_EQ(events[4].kind, TraceEvent::Kind::tableElement);
+    EXPECT_EQ(events[4].table, &table);
+    EXPECT_EQ(events[4].element, stored);
 }
 
 } // namespace

@@ -43,6 +43,19 @@ TEST_F(PoolTest, tagZeroAndUnknownRequiredFlagsGiveNull) {
     EXPECT_EQ(allocate(8, POOL_FLAG_NON_PAGED | 0x10000), nullptr);
 }
 
+TEST_F(PoolTest, moreThanTheMachineHasGivesNull) {
+    for (const SIZE_T bytes : {SIZE_MAX, SIZE_MAX - 1, SIZE_MAX - 15, SIZE_MAX - 4096, SIZE_MAX / 2, SIZE_T{1} << 40,
+                               SIZE_T{1} << 31, (SIZE_T{1} << 30) + 1}) {
+        EXPECT_EQ(allocate(bytes), nullptr) << bytes;
+        EXPECT_EQ(allocate(bytes, POOL_FLAG_PAGED), nullptr) << bytes;
+    }
+    EXPECT_EQ(kernel.pool.bytesInUse(), 0u);
+    PVOID block = allocate(1 << 20);
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(allocate(SIZE_T{1} << 30), nullptr) << "what is in use counts";
+    ExFreePoolWithTag(block, tag);
+}
+
 TEST_F(PoolTest, unknownOptionalFlagsAreIgnored) {
     PVOID block = allocate(8, POOL_FLAG_NON_PAGED | 0x8000000000000000ULL);
     ASSERT_NE(block, nullptr);

@@ -160,6 +160,19 @@ TEST_F(StringConversionTest, shortBufferKeepsWholeCharacters) {
     EXPECT_EQ(result.bytes, "a");
 }
 
+TEST_F(StringConversionTest, plainAndOtherCharactersMayAlternate) {
+    const Utf8 result = utf8(u"ab\u00E9cd\u20AC\u20ACe");
+    EXPECT_EQ(result.status, STATUS_SUCCESS);
+    EXPECT_EQ(result.bytes, "ab\xC3\xA9"
+                            "cd\xE2\x82\xAC\xE2\x82\xAC"
+                            "e");
+    EXPECT_EQ(result.needed, result.bytes.size());
+    EXPECT_EQ(utf8(u"abcdef", 6).status, STATUS_SUCCESS);
+    EXPECT_EQ(utf8(u"abcdef", 5).status, STATUS_BUFFER_TOO_SMALL);
+    EXPECT_EQ(utf8(u"abcdef", 5).bytes, "abcde");
+    EXPECT_EQ(utf8(u"abc\u00E9", 4).bytes, "abc");
+}
+
 TEST_F(StringConversionTest, utf8Arguments) {
     char buffer[8];
     ULONG count = 0;

@@ -1,0 +1,79 @@
+"""Scenarios that make the parser tell which keys and words it knows: each holds one word that nobody knows."""
+
+import collections
+
+Place = collections.namedtuple("Place", "name text words")
+
+STICK = "devices: {d: {instance: x%s}}\n"
+STEP = "devices: {d: {instance: x}}\nsteps:\n  - %s\n"
+
+# The objects of the schema that take no other keys than they name, and a scenario with an unknown key in each.
+OBJECTS = {
+    "scenario": "zzzzzzzz: 1\n",
+    "part": "policy: {A: {text: [{zzzzzzzz: 1}]}}\n",
+    "typedValue": "policy: {A: {zzzzzzzz: 1}}\n",
+    "tempFile": "files: {a.log: {zzzzzzzz: 1}}\n",
+    "property": STICK % ", properties: {HardwareId: {zzzzzzzz: 1}}",
+    "properties": STICK % ", properties: {zzzzzzzz: {}}",
+    "hubAnswer": STICK % ", usb: {answers: {languages: {zzzzzzzz: 1}}}",
+    "answers": STICK % ", usb: {answers: {zzzzzzzz: 1}}",
+    "usb": STICK % ", usb: {zzzzzzzz: 1}",
+    "device": STICK % ", zzzzzzzz: 1",
+    "childDevice": STICK % ", children: {c: {instance: y, zzzzzzzz: 1}}",
+    "fault": STEP % "fail: {zzzzzzzz: 1}",
+    "conditionMap": STEP % "expect: {log: {zzzzzzzz: 1}}",
+    "message": STEP % "{plug: d, expect: {message: {zzzzzzzz: 1}}}",
+    "deviceExpectations": STICK % ", expect: {zzzzzzzz: 1}",
+    "stepExpectations": STEP % "expect: {zzzzzzzz: 1}",
+    "deviceStepExpectations": STEP % "{plug: d, expect: {zzzzzzzz: 1}}",
+    "fileExpectation": STEP % "expect: {files: {a.log: {zzzzzzzz: 1}}}",
+    "step": STEP % "zzzzzzzz: 1",
+}
+
+# Keys whose words are fixed, by where they stand.
+WORDS = {
+    ("scenario", "log-workers"): "log-workers: zzzzzzzz\n",
+    ("step", "volume"): STEP % "volume: zzzzzzzz",
+    ("step", "log-workers"): STEP % "log-workers: zzzzzzzz",
+    ("deviceExpectations", "attached"): STICK % ", expect: {attached: zzzzzzzz}",
+    ("deviceExpectations", "state"): STICK % ", expect: {state: zzzzzzzz}",
+    ("deviceExpectations", "decision"): STICK % ", expect: {decision: zzzzzzzz}",
+    ("deviceExpectations", "enforcement"): STICK % ", expect: {enforcement: zzzzzzzz}",
+    ("deviceExpectations", "why"): STICK % ", expect: {why: zzzzzzzz}",
+    ("deviceExpectations", "mode"): STICK % ", expect: {mode: zzzzzzzz}",
+    ("typedValue", "type"): "policy: {A: {type: zzzzzzzz, text: a}}\n",
+}
+
+
+def strict_objects(definitions):
+    """The objects that take no other keys. That of the library differs from a child by what it requires alone."""
+    for name, schema in definitions.items():
+        if name != "libraryDevice" and any(part.get("additionalProperties") is False
+                                           for part in [schema, *schema.get("oneOf", [])]):
+            yield name, schema
+
+
+def property_names(schema):
+    """Every key that a schema names, at any depth."""
+    if isinstance(schema, list):
+        return set().union(*map(property_names, schema))
+    if not isinstance(schema, dict):
+        return set()
+    own = set(schema["properties"]) if isinstance(schema.get("properties"), dict) else set()
+    return own.union(*map(property_names, schema.values()))
+
+
+def words_of(schema):
+    """The words that a key may have; none where any text will do."""
+    choices = schema.get("enum") or next(part["enum"] for part in schema["anyOf"] if "enum" in part)
+    return [word for word in choices if word is not None]
+
+
+def places(definitions):
+    found = []
+    for name, text in OBJECTS.items():
+        parts = [definitions[name], *definitions[name].get("oneOf", [])]
+        found.append(Place(name, text, [key for part in parts for key in part.get("properties", {})]))
+    for (name, key), text in WORDS.items():
+        found.append(Place(f"{name} {key}", text, words_of(definitions[name]["properties"][key])))
+    return found
