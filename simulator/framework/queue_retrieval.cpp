@@ -114,6 +114,9 @@ NTSTATUS queueRetrieveNextRequest(PWDF_DRIVER_GLOBALS globals, WDFQUEUE handle, 
     Queue &queue = call.object<Queue>(handle);
     call.pointer(result, "OutRequest");
     *result = nullptr;
+    if (const auto failure = call.injectedFailure(STATUS_NO_MORE_ENTRIES)) { // cancelled just now
+        return *failure;
+    }
     Request *request = nullptr;
     const NTSTATUS status = queue.retrieveNext(request);
     if (NT_SUCCESS(status)) {
@@ -162,6 +165,9 @@ NTSTATUS queueRetrieveFoundRequest(PWDF_DRIVER_GLOBALS globals, WDFQUEUE handle,
     }
     if (found.queue != &queue) {
         call.violation("framework verifier", "the request was found in another queue");
+    }
+    if (const auto failure = call.injectedFailure(STATUS_NOT_FOUND)) { // cancelled just now
+        return *failure;
     }
     const NTSTATUS status = queue.retrieveFound(found);
     if (NT_SUCCESS(status)) {

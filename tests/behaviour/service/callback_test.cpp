@@ -240,5 +240,64 @@ TEST_F(Callback, EachFailingStepFailsTheAddAndNamesItself) {
     }
 }
 
+TEST_F(Callback, APairingThatCannotTakeARequestTriesAgain) {
+    startWithService();
+    const char *const lines[] = {
+        "ERROR Failed to retrieve the next available I/O request for m_ioctlQueue, status = 0xc000009a",
+        "ERROR Failed to retrieve the next available I/O request for m_internalIoctlQueue, status = 0xc000009a"};
+    for (std::uint64_t nth = 1; nth <= 2; ++nth) {
+        SCOPED_TRACE(lines[nth - 1]);
+        Request question = waitForCallback();
+        failInAdd("WdfIoQueueRetrieveNextRequest", nth, STATUS_INSUFFICIENT_RESOURCES);
+        auto plugged = plugging(flashDrive());
+        question->await();
+        EXPECT_EQ(question->information(), 1073U);
+        endFailures();
+        decide(*question, 2);
+        EXPECT_TRUE(plugged.get()->started());
+        EXPECT_THAT(addOf("stick").log, Contains(lines[nth - 1]));
+        unplug("stick");
+    }
+}
+
+TEST_F(Callback, APairingThatCannotGoOnFailsTheQuestion) {
+    struct Case {
+        const char *routine;
+        std::uint64_t nth;
+        std::string line;
+    };
+    startWithService();
+    for (const Case &failing :
+         {Case{"WdfRequestRetrieveInputBuffer", 1,
+               "ERROR Failed to retrieve the input buffer for I/O requests, status = 0xc000009a"},
+          Case{"WdfRequestForwardToIoQueue", 1, "ERROR Failed to request forward to io queue, status = 0xc000009a"},
+          Case{"WdfRequestForwardToIoQueue", 2,
+               "ERROR Failed to requeue an I/O request to one of the calling driver's I/O queues m_pendingQueue, "
+               "status = 0xc000009a"}}) {
+        SCOPED_TRACE(failing.line);
+        Request question = waitForCallback();
+        failInAdd(failing.routine, failing.nth, STATUS_INSUFFICIENT_RESOURCES);
+        EXPECT_FALSE(plug(flashDrive()).started());
+        endFailures();
+        EXPECT_EQ(addOf("stick").callbackStatus, STATUS_INSUFFICIENT_RESOURCES);
+        EXPECT_THAT(addOf("stick").log, Contains(failing.line));
+        unplug("stick");
+        question->cancel();
+    }
+}
+
+TEST_F(Callback, AReplyThatCannotBeHandedOnFailsTheQuestion) {
+    startWithService();
+    Request question = waitForCallback();
+    auto plugged = plugging(flashDrive());
+    question->await();
+    failCall("WdfRequestRetrieveOutputBuffer", 1, STATUS_INSUFFICIENT_RESOURCES);
+    EXPECT_EQ(reply(requestIdOf(*question), 2)->status(), STATUS_INSUFFICIENT_RESOURCES);
+    EXPECT_FALSE(plugged.get()->started());
+    endFailures();
+    EXPECT_THAT(addOf("stick").log, Contains("ERROR Failed to retrieve output buffer, status = 0xc000009a"));
+    EXPECT_EQ(addOf("stick").callbackStatus, STATUS_INSUFFICIENT_RESOURCES);
+}
+
 } // namespace
 } // namespace behaviour
