@@ -44,6 +44,7 @@ class [[nodiscard]] LogStream {
     bool failed() const { return failed_ != 0; }
     const WCHAR *text() const { return text_; }
     ULONG64 length() const { return length_; }     ///< bytes
+    ULONG64 capacity() const { return capacity_; } ///< bytes
     /// The text as a counted string; it is followed by a NUL. Texts over 65,534 bytes are cut.
     UNICODE_STRING counted() const;
 
