@@ -69,6 +69,7 @@ TEST(UnguardedData, IsReported) {
     EXPECT_RACE(runRacingDriver([](Shared &shared) {
                     meetOther();
                     ++shared.count;
+                    meetOther(); // before either thread does what would put it before the other
                 }),
                 "data race");
 }
@@ -79,6 +80,7 @@ TEST(UnguardedData, UnderASharedResourceIsReported) {
                     ExAcquireResourceSharedLite(&shared.resource, TRUE);
                     meetOther();
                     ++shared.count;
+                    meetOther(); // before either thread does what would put it before the other
                     ExReleaseResourceLite(&shared.resource);
                     KeLeaveCriticalRegion();
                 }),
@@ -89,6 +91,7 @@ TEST(UnguardedData, WrittenBeforeTheLockIsTakenIsReported) {
     EXPECT_RACE(runRacingDriver([](Shared &shared) {
                     meetOther();
                     ++shared.count;
+                    meetOther(); // before either thread does what would put it before the other
                     ExAcquireFastMutex(&shared.fastMutex);
                     ExReleaseFastMutex(&shared.fastMutex);
                 }),

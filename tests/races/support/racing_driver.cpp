@@ -81,8 +81,8 @@ class RacingImage final : public sim::DriverImage {
 } // namespace
 
 void meetOther() {
-    arrived.fetch_add(1, std::memory_order_relaxed);
-    while (arrived.load(std::memory_order_relaxed) < 2) {
+    const unsigned both = (arrived.fetch_add(1, std::memory_order_relaxed) / 2 + 1) * 2;
+    while (arrived.load(std::memory_order_relaxed) < both) {
         std::this_thread::yield();
     }
 }

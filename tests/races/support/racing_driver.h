@@ -20,7 +20,7 @@ struct Shared {
 /// one to Shared::count. Fails the test when the sum is wrong or something is left behind.
 void runRacingDriver(const std::function<void(Shared &)> &count);
 
-/// Waits until the other add is here too. Orders nothing between the two threads.
+/// Waits until the other add is here too, each time anew. Orders nothing between the two threads.
 void meetOther();
 
 } // namespace races
