@@ -13,8 +13,9 @@ class HubDevice final : public FunctionDevice {
   public:
     using CyclePort = std::function<void(PDEVICE_OBJECT physicalDevice)>;
 
+    /// `wire` completes what devices answer later.
     HubDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice, std::uint32_t ports, HubStatuses statuses,
-              CyclePort cyclePort);
+              CyclePort cyclePort, ActionQueue &wire);
 
     std::uint32_t ports() const { return ports_; }
 
@@ -29,7 +30,7 @@ class HubDevice final : public FunctionDevice {
     const std::uint32_t ports_;
     const HubStatuses statuses_;
     const CyclePort cyclePort_;
-    ActionQueue wire_; ///< completes what the device answers later
+    ActionQueue &wire_;
 };
 
 } // namespace sim::machine

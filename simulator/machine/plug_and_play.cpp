@@ -61,6 +61,7 @@ void PlugAndPlay::runPending() {
         return;
     }
     actions_.drain();
+    wire_.drain(); // who waited goes on before the thread that woke it is through
     finishPostponedRemovals();
 }
 

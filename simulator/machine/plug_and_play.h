@@ -99,6 +99,7 @@ class PlugAndPlay {
     std::atomic<unsigned> usbNames_ = 0;
     std::map<std::u16string, unsigned> driverKeys_; ///< last number by upcased class; guarded by the tree's mutex
     std::vector<Node *> postponed_;                 ///< guarded by the tree's mutex
+    ActionQueue wire_;                              ///< completes what USB devices answer later
     ActionQueue actions_;                           ///< last: its thread ends before anything else goes
 };
 
