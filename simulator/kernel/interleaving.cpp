@@ -10,7 +10,7 @@ std::atomic<bool> interleaving = false;
 
 namespace {
 
-constexpr std::uint64_t yieldEvery = 8;
+constexpr std::uint64_t yieldEvery = 4;
 constexpr std::uint64_t sleepEvery = 256;
 
 /// A sequence of numbers of each thread's own (xorshift), so that asking for one orders nothing between threads.

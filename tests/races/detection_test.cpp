@@ -67,9 +67,7 @@ TEST(GuardedData, ByAtomicInstructionsIsNoRace) {
 
 TEST(UnguardedData, IsReported) {
     EXPECT_RACE(runRacingDriver([](Shared &shared) {
-                    meetOther();
-                    ++shared.count;
-                    meetOther(); // before either thread does what would put it before the other
+                    inTurn([&] { ++shared.count; }); // before either does what would put it before the other
                 }),
                 "data race");
 }
@@ -78,9 +76,7 @@ TEST(UnguardedData, UnderASharedResourceIsReported) {
     EXPECT_RACE(runRacingDriver([](Shared &shared) {
                     KeEnterCriticalRegion();
                     ExAcquireResourceSharedLite(&shared.resource, TRUE);
-                    meetOther();
-                    ++shared.count;
-                    meetOther(); // before either thread does what would put it before the other
+                    inTurn([&] { ++shared.count; }); // before either does what would put it before the other
                     ExReleaseResourceLite(&shared.resource);
                     KeLeaveCriticalRegion();
                 }),
@@ -89,9 +85,7 @@ TEST(UnguardedData, UnderASharedResourceIsReported) {
 
 TEST(UnguardedData, WrittenBeforeTheLockIsTakenIsReported) {
     EXPECT_RACE(runRacingDriver([](Shared &shared) {
-                    meetOther();
-                    ++shared.count;
-                    meetOther(); // before either thread does what would put it before the other
+                    inTurn([&] { ++shared.count; }); // before either does what would put it before the other
                     ExAcquireFastMutex(&shared.fastMutex);
                     ExReleaseFastMutex(&shared.fastMutex);
                 }),

@@ -36,6 +36,8 @@ struct Loaded {
 };
 Loaded loaded;
 std::atomic<unsigned> arrived = 0;
+std::atomic<unsigned> turnsTaken = 0;
+std::atomic<unsigned> turnsOver = 0;
 
 NTSTATUS addFilter(WDFDRIVER, PWDFDEVICE_INIT init) {
     WdfFdoInitSetFilter(init);
@@ -87,12 +89,24 @@ void meetOther() {
     }
 }
 
+void inTurn(const std::function<void()> &access) {
+    const unsigned turn = turnsTaken.fetch_add(1, std::memory_order_relaxed);
+    while (turnsOver.load(std::memory_order_relaxed) < turn) {
+        std::this_thread::yield();
+    }
+    access();
+    turnsOver.fetch_add(1, std::memory_order_relaxed);
+    meetOther();
+}
+
 void runRacingDriver(const std::function<void(Shared &)> &count) {
     Shared shared;
     loaded = {};
     loaded.count = count;
     loaded.shared = &shared;
     arrived = 0;
+    turnsTaken = 0;
+    turnsOver = 0;
     sim::MachineOptions options;
     options.openImage = [] { return std::make_unique<RacingImage>(); };
     sim::Machine machine(options);

@@ -23,4 +23,8 @@ void runRacingDriver(const std::function<void(Shared &)> &count);
 /// Waits until the other add is here too, each time anew. Orders nothing between the two threads.
 void meetOther();
 
+/// Runs it in one add after the other, and returns once both have. In an order of time only, of which ThreadSanitizer
+/// knows nothing: two accesses at the very same moment can escape it, these can't.
+void inTurn(const std::function<void()> &access);
+
 } // namespace races

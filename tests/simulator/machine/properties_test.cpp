@@ -154,6 +154,21 @@ TEST_F(Properties, InterfacesBelongToThePhysicalDevice) {
     EXPECT_EQ(interfacesOf(stick.physicalDevice(), GUID_DEVINTERFACE_USB_HUB), u"");
 }
 
+TEST_F(Properties, OfARemovedDeviceAreRefusedAsLongAsItsObjectLives) {
+    PDEVICE_OBJECT device = stick.physicalDevice();
+    ObReferenceObject(device);
+    machine.unplug(stick);
+    WCHAR buffer[64];
+    ULONG bytes = 0;
+    DEVPROPTYPE type = 0;
+    EXPECT_EQ(IoGetDeviceProperty(device, DevicePropertyHardwareID, sizeof buffer, buffer, &bytes),
+              STATUS_INVALID_DEVICE_REQUEST);
+    EXPECT_EQ(IoGetDevicePropertyData(device, &DEVPKEY_Device_InstanceId, LOCALE_NEUTRAL, 0, sizeof buffer, buffer,
+                                      &bytes, &type),
+              STATUS_INVALID_DEVICE_REQUEST);
+    ObDereferenceObject(device);
+}
+
 TEST(HubInterface, IsEnabledOnlyAfterTheStart) {
     TestDriver driver;
     Machine machine(driver.options());
