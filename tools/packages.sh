@@ -1,10 +1,10 @@
-# Installs what the named Debian packages lack. Sourced by ./run and ./test.
+# Installs what the named Debian packages lack. Sourced by ./run, ./test and bench/run.
 
 build_packages="clang-19 lld-19 llvm-19 libclang-rt-19-dev cmake ninja-build libyaml-cpp-dev libfmt-dev libicu-dev
     nlohmann-json3-dev libcli11-dev"
-test_packages="$build_packages libgtest-dev libgmock-dev clang-format-19 clang-tidy-19 python3
-    python3-jsonschema python3-yaml"
 bench_packages="$build_packages libbenchmark-dev valgrind python3"
+test_packages="$bench_packages libgtest-dev libgmock-dev clang-format-19 clang-tidy-19
+    python3-jsonschema python3-yaml"
 
 need_packages() {
     local missing=()

@@ -1,10 +1,16 @@
 #include "problem.h"
 
+#include "../text/display.h"
+
 #include <map>
 #include <set>
 #include <tuple>
 
 namespace cli {
+
+std::string Problem::text() const {
+    return visibleText(where.text() + ": " + message);
+}
 
 std::vector<Problem> Problems::sorted() const {
     std::multimap<std::pair<std::string, int>, const Problem *> byPlace; // keeps the order of those at one place

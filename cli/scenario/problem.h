@@ -20,7 +20,8 @@ struct Problem {
     Location where;
     std::string message;
 
-    std::string text() const { return where.text() + ": " + message; }
+    /// For people: control characters, which a name may hold, are shown and not sent to the terminal.
+    std::string text() const;
 };
 
 /// Gathers the problems of a file, so that one run names all of them.

@@ -30,6 +30,13 @@ std::size_t liveObjectCount();
 /// there is no such link. Names are found without regard to case.
 std::optional<std::u16string> symbolicLinkTarget(std::u16string_view name);
 
+/// How many requests wait in a queue, and how many of it the driver has.
+struct QueueCounts {
+    ULONG queued = 0;
+    ULONG withDriver = 0;
+};
+QueueCounts queueCounts(WDFQUEUE queue);
+
 /// The library's own part of driver unload bookkeeping: true while a client is bound.
 bool anyClientBound();
 

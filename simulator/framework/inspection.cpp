@@ -1,8 +1,10 @@
+#include "call.h"
 #include "client.h"
 #include "device.h"
 #include "driver.h"
 #include "framework.h"
 #include "live_objects.h"
+#include "queue.h"
 
 namespace sim::framework {
 
@@ -14,6 +16,13 @@ void *contextOfDevice(PDEVICE_OBJECT device, std::string_view typeName) {
 void *contextOfDriver(PDRIVER_OBJECT driver, std::string_view typeName) {
     const Client *client = clientOfDriver(driver);
     return client && client->driver ? client->driver->contextNamed(typeName) : nullptr;
+}
+
+QueueCounts queueCounts(WDFQUEUE queue) {
+    const Call call{"queueCounts", nullptr};
+    QueueCounts counts;
+    static_cast<void>(call.object<Queue>(queue).state(&counts.queued, &counts.withDriver));
+    return counts;
 }
 
 std::vector<std::string> leaks() {

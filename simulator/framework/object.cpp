@@ -1,5 +1,6 @@
 #include "object.h"
 
+#include "../kernel/internals.h"
 #include "../kernel/strings.h"
 #include "../kernel/thread.h"
 #include "../kernel/violation.h"
@@ -30,6 +31,9 @@ Object::~Object() {
     live::removeObject(*this);
     for (const ObjectContext &context : contexts_) {
         live::removeContext(context.memory);
+        if (context.type) {
+            kernel().internals->lockOrder.forget(context.memory, context.type->ContextSize);
+        }
         std::free(context.memory);
     }
 }

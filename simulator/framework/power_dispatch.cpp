@@ -47,18 +47,9 @@ NTSTATUS setSystemPower(Device &device, PIRP irp, SYSTEM_POWER_STATE state, POWE
 
 // learn.microsoft.com: PoRequestPowerIrp
 NTSTATUS requestDevicePower(PDEVICE_OBJECT deviceObject, DEVICE_POWER_STATE state, POWER_ACTION action) {
-    const PDEVICE_OBJECT top = topOfStack(deviceObject);
-    const PIRP irp = allocateIrp(top->StackSize, nullptr);
-    const PIO_STACK_LOCATION location = IoGetNextIrpStackLocation(irp);
-    location->MajorFunction = IRP_MJ_POWER;
-    location->MinorFunction = IRP_MN_SET_POWER;
-    location->Parameters.Power.Type = DevicePowerState;
-    location->Parameters.Power.State.DeviceState = state;
-    location->Parameters.Power.ShutdownType = action;
-    irp->IoStatus.Status = STATUS_NOT_SUPPORTED;
-    const NTSTATUS status = sendAndWait(top, irp);
-    freeIrp(irp);
-    return status;
+    POWER_STATE wanted{};
+    wanted.DeviceState = state;
+    return sendPowerIrp(deviceObject, IRP_MN_SET_POWER, DevicePowerState, wanted, action);
 }
 
 NTSTATUS dispatchPower(Device &device, PIRP irp) {

@@ -1,5 +1,6 @@
 #include "wait_lock.h"
 
+#include "../kernel/internals.h"
 #include "../kernel/lock_accounting.h"
 #include "../kernel/thread.h"
 #include "call.h"
@@ -16,6 +17,7 @@ void WaitLock::afterCleanup() {
     if (owner_) {
         bugCheck("wait lock", "WdfObjectDelete", "the wait lock is deleted while it is held", nullptr);
     }
+    kernel().internals->lockOrder.forget(this, sizeof *this);
 }
 
 // Framework source: critical region first; the IRQL stays. Not recursive.

@@ -54,6 +54,26 @@ bool Clock::cancelCall(std::uint64_t id) {
     return std::erase_if(calls_, [id](const auto &entry) { return entry.second.id == id; }) != 0;
 }
 
+Clock::TimedWait::TimedWait(Clock &clock, std::int64_t due) : clock_(clock), due_(due) {
+    std::lock_guard lock(clock_.mutex_);
+    clock_.timedWaits_.insert(due_);
+}
+
+Clock::TimedWait::~TimedWait() {
+    std::lock_guard lock(clock_.mutex_);
+    clock_.timedWaits_.erase(clock_.timedWaits_.find(due_));
+}
+
+std::size_t Clock::timedWaits() const {
+    std::lock_guard lock(mutex_);
+    return timedWaits_.size();
+}
+
+std::optional<std::int64_t> Clock::firstTimeOut() const {
+    std::lock_guard lock(mutex_);
+    return timedWaits_.empty() ? std::nullopt : std::optional(*timedWaits_.begin());
+}
+
 void Clock::moved() {
     dispatcherChanged();
     for (;;) {

@@ -4,6 +4,8 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
+#include <set>
 
 namespace sim {
 
@@ -22,6 +24,22 @@ class Clock {
     /// False when the call has been made or is being made.
     bool cancelCall(std::uint64_t id);
 
+    /// A thread that waits until `due` at the latest is one of these meanwhile.
+    class TimedWait {
+      public:
+        TimedWait(Clock &clock, std::int64_t due);
+        ~TimedWait();
+        TimedWait(const TimedWait &) = delete;
+        TimedWait &operator=(const TimedWait &) = delete;
+
+      private:
+        Clock &clock_;
+        const std::int64_t due_;
+    };
+    std::size_t timedWaits() const;
+    /// When the first of the threads that wait with a time-out gives up.
+    std::optional<std::int64_t> firstTimeOut() const;
+
   private:
     struct Call {
         std::uint64_t id;
@@ -34,6 +52,7 @@ class Clock {
     std::int64_t bias_ = 0;
     std::uint64_t lastId_ = 0;
     std::multimap<std::int64_t, Call> calls_;
+    std::multiset<std::int64_t> timedWaits_;
 };
 
 } // namespace sim

@@ -4,6 +4,7 @@
 
 #include "device_table.h"
 #include "irp_table.h"
+#include "lock_order.h"
 #include "open_files.h"
 #include "resource_table.h"
 #include "work_item_table.h"
@@ -17,6 +18,7 @@ struct Internals {
     DeviceTable devices;
     IrpTable irps;
     OpenFileTable files;
+    LockOrder lockOrder;
 };
 
 /// The running kernel's table of live IRPs.

@@ -52,6 +52,10 @@ struct PnpResult {
 PnpResult sendPnpIrp(PDEVICE_OBJECT anyDeviceOfStack, UCHAR minor, void (*fill)(PIO_STACK_LOCATION, void *),
                      void *context);
 
+/// Sends a power IRP to the top of a device's stack and waits. learn.microsoft.com: IRP_MN_SET_POWER.
+NTSTATUS sendPowerIrp(PDEVICE_OBJECT anyDeviceOfStack, UCHAR minor, POWER_STATE_TYPE type, POWER_STATE state,
+                      POWER_ACTION action);
+
 /// IoCancelIrp: sets Cancel and calls the cancel routine if one is set. True when a routine was called. The routine
 /// runs with the cancel lock held at DISPATCH_LEVEL and must give the lock back with
 /// releaseCancelLock(irp->CancelIrql).

@@ -140,6 +140,22 @@ PnpResult sendPnpIrp(PDEVICE_OBJECT anyDeviceOfStack, UCHAR minor, void (*fill)(
     return result;
 }
 
+NTSTATUS sendPowerIrp(PDEVICE_OBJECT anyDeviceOfStack, UCHAR minor, POWER_STATE_TYPE type, POWER_STATE state,
+                      POWER_ACTION action) {
+    PDEVICE_OBJECT top = topOfStack(anyDeviceOfStack);
+    PIRP irp = allocateIrp(top->StackSize, nullptr);
+    irp->IoStatus.Status = STATUS_NOT_SUPPORTED;
+    PIO_STACK_LOCATION location = IoGetNextIrpStackLocation(irp);
+    location->MajorFunction = IRP_MJ_POWER;
+    location->MinorFunction = minor;
+    location->Parameters.Power.Type = type;
+    location->Parameters.Power.State = state;
+    location->Parameters.Power.ShutdownType = action;
+    const NTSTATUS status = sendAndWait(top, irp);
+    freeIrp(irp);
+    return status;
+}
+
 KIRQL acquireCancelLock() {
     irpTable().cancelLock.lock();
     const KIRQL before = currentThread().irql;

@@ -44,6 +44,10 @@ struct Kernel {
     DevicePropertyProvider *deviceProperties = nullptr;
     /// IoInvalidateDeviceState: the machine asks the device's stack for its state again. Unset: nothing happens.
     std::function<void(PDEVICE_OBJECT physicalDevice)> invalidateDeviceState;
+    /// Runs something in a thread of the system's own, soon; set by the machine. Unset: the caller does it itself.
+    std::function<void(std::function<void()> action)> runLater;
+    /// The last reference to a file object on a device is gone; set by the machine, whose removals may wait for that.
+    std::function<void()> deviceFileClosed;
 
     /// False: string comparisons at APC_LEVEL only print a warning.
     bool stopOnComparisonAtApcLevel = true;

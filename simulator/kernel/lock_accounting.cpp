@@ -1,24 +1,27 @@
 #include "lock_accounting.h"
 
+#include "internals.h"
 #include "thread.h"
 #include "violation.h"
 
 namespace sim {
 
-void lockAcquired(LockKind kind, const void *, bool, const void *) {
+void lockAcquired(LockKind kind, const void *lock, bool, const void *callSite) {
     KernelThread &thread = currentThread();
     ++thread.resourcesHeld;
     if (kind == LockKind::executiveResource) {
         ++thread.executiveResourcesHeld;
     }
+    kernel().internals->lockOrder.acquired(kind, lock, callSite);
 }
 
-void lockReleased(LockKind kind, const void *, const void *) {
+void lockReleased(LockKind kind, const void *lock, const void *) {
     KernelThread &thread = currentThread();
     --thread.resourcesHeld;
     if (kind == LockKind::executiveResource) {
         --thread.executiveResourcesHeld;
     }
+    kernel().internals->lockOrder.released(lock);
 }
 
 void requireResourcesProtected(const char *routine, const void *callSite) {

@@ -1,5 +1,6 @@
 #include "pool.h"
 
+#include "internals.h"
 #include "resource_table.h"
 #include "sanitizer.h"
 #include "thread.h"
@@ -83,6 +84,7 @@ void Pool::free(void *address, ULONG tag, const void *callSite, const char *rout
                  callSite);
     }
     requireNoLiveResource(address, block.size, routine, callSite);
+    kernel().internals->lockOrder.forget(address, block.size);
     bool freedMeanwhile = false;
     {
         std::lock_guard lock(mutex_);

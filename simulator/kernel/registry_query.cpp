@@ -132,7 +132,7 @@ NTSTATUS deliver(const Query &query, const RTL_QUERY_REGISTRY_TABLE &entry, cons
     if (!raw && value.type == REG_MULTI_SZ) {
         return callPerString(query, entry, value.name, value.data, isDefault);
     }
-    if (!raw && value.type == REG_EXPAND_SZ) {
+    if (!raw && value.type == REG_EXPAND_SZ && !value.data.empty()) {
         std::u16string text(value.data.size() / sizeof(char16_t), u'\0');
         std::memcpy(text.data(), value.data.data(), text.size() * sizeof(char16_t));
         if (text.find(u'%') != std::u16string::npos) {

@@ -188,6 +188,7 @@ extern "C" NTSTATUS ExDeleteResourceLite(PERESOURCE resource) {
         bugCheck("executive resource", routine, describeResource(resource) + " is deleted while held", callSite);
     }
     resourceTable().resources.erase(reinterpret_cast<std::uintptr_t>(resource));
+    kernel().internals->lockOrder.forget(resource, sizeof *resource);
     return STATUS_SUCCESS;
 }
 

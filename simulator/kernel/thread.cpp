@@ -10,21 +10,17 @@
 
 namespace sim {
 
-namespace {
-
 /// Records stay for the life of the process: an IRP may name a thread that has ended.
-KernelThread *makeThread() {
+KernelThread &newThread() {
     static std::mutex mutex;
     static std::vector<std::unique_ptr<KernelThread>> threads;
     std::lock_guard lock(mutex);
-    return threads.emplace_back(std::make_unique<KernelThread>()).get();
+    return *threads.emplace_back(std::make_unique<KernelThread>());
 }
 
-} // namespace
-
 KernelThread &currentThread() {
-    static thread_local KernelThread *thread = makeThread();
-    return *thread;
+    static thread_local KernelThread &thread = newThread();
+    return thread;
 }
 
 void requireIrqlAtMost(KIRQL highest, const char *routine, const void *callSite) {

@@ -16,6 +16,9 @@ struct KernelThread {
 /// The calling thread's record. Its address identifies the thread and stays valid after the thread has ended.
 KernelThread &currentThread();
 
+/// A record for a thread that no host thread stands for, such as one of a user-mode process.
+KernelThread &newThread();
+
 /// bugCheck("irql", …) when the current IRQL is above `highest`.
 void requireIrqlAtMost(KIRQL highest, const char *routine, const void *callSite);
 

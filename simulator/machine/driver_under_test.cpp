@@ -53,10 +53,8 @@ void DriverUnderTest::unload() {
     if (object_->DriverUnload == nullptr) {
         throw std::logic_error("the driver has no unload routine");
     }
-    for (PDEVICE_OBJECT device = object_->DeviceObject; device != nullptr; device = device->NextDevice) {
-        if (device->DeviceObjectExtension->AttachedTo != nullptr) {
-            throw std::logic_error("a device of the driver is still in use: a handle is open on its stack");
-        }
+    if (anyDeviceAttached()) {
+        throw std::logic_error("a device of the driver is still in use: a handle is open on its stack");
     }
     kernel().objects.removeName(object_);
     {
@@ -68,6 +66,20 @@ void DriverUnderTest::unload() {
         bugCheck("driver unload", "DriverUnload", "a device object of the driver is left", nullptr);
     }
     retire();
+}
+
+bool DriverUnderTest::inUse() const {
+    const std::lock_guard guard(mutex_);
+    return object_ != nullptr && anyDeviceAttached();
+}
+
+bool DriverUnderTest::anyDeviceAttached() const {
+    for (PDEVICE_OBJECT device = object_->DeviceObject; device != nullptr; device = device->NextDevice) {
+        if (device->DeviceObjectExtension->AttachedTo != nullptr) {
+            return true;
+        }
+    }
+    return false;
 }
 
 void DriverUnderTest::retire() {

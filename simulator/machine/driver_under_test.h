@@ -25,6 +25,7 @@ class DriverUnderTest {
     /// Calls DriverUnload and unmaps. No device of the driver may be left in a stack: std::logic_error otherwise, and
     /// for a driver without an unload routine.
     void unload();
+    bool inUse() const; ///< a device of the driver is in a stack
     /// The machine's end: unloads the driver if it can be unloaded, otherwise leaves it mapped for good.
     void switchOff();
     /// Unmaps images that were kept because a work item still had the driver object.
@@ -37,6 +38,7 @@ class DriverUnderTest {
         PDRIVER_OBJECT object;
     };
     void retire();
+    bool anyDeviceAttached() const; ///< the mutex is held
 
     const OpenImage openImage_;
     mutable std::mutex mutex_;

@@ -13,6 +13,7 @@ NTSTATUS FunctionDevice::handle(PIRP irp, PIO_STACK_LOCATION location) {
     case IRP_MJ_PNP:
         return plugAndPlay(irp, location);
     case IRP_MJ_POWER:
+        return power(irp, location);
     case IRP_MJ_SYSTEM_CONTROL:
         return passOn(irp);
     case IRP_MJ_CREATE:
@@ -50,6 +51,25 @@ NTSTATUS FunctionDevice::plugAndPlay(PIRP irp, PIO_STACK_LOCATION location) {
     default:
         return passOn(irp);
     }
+}
+
+// learn.microsoft.com: "Handling a system set-power IRP in a device power policy owner".
+NTSTATUS FunctionDevice::power(PIRP irp, PIO_STACK_LOCATION location) {
+    const auto &parameters = location->Parameters.Power;
+    if (location->MinorFunction != IRP_MN_SET_POWER || parameters.Type != SystemPowerState) {
+        return passOn(irp);
+    }
+    const bool waking = parameters.State.SystemState == PowerSystemWorking;
+    const POWER_ACTION action = parameters.ShutdownType;
+    POWER_STATE device{};
+    device.DeviceState = waking ? PowerDeviceD0 : PowerDeviceD3;
+    if (waking) {
+        const NTSTATUS status = passOnAndWait(irp);
+        sendPowerIrp(object_, IRP_MN_SET_POWER, DevicePowerState, device, action);
+        return complete(irp, status, 0);
+    }
+    sendPowerIrp(object_, IRP_MN_SET_POWER, DevicePowerState, device, action);
+    return passOn(irp);
 }
 
 NTSTATUS FunctionDevice::deviceControl(PIRP irp, PIO_STACK_LOCATION location) {

@@ -23,6 +23,7 @@ class FunctionDevice : public AttachedDevice {
   private:
     NTSTATUS handle(PIRP irp, PIO_STACK_LOCATION location) override;
     NTSTATUS plugAndPlay(PIRP irp, PIO_STACK_LOCATION location);
+    NTSTATUS power(PIRP irp, PIO_STACK_LOCATION location);
 };
 
 /// The top of every device tree: the object of \Driver\PnpManager that has no driver above and no parent.

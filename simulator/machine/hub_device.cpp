@@ -57,9 +57,8 @@ std::vector<std::uint8_t> shaped(std::vector<std::uint8_t> bytes, const HubAnswe
 } // namespace
 
 HubDevice::HubDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice, std::uint32_t ports, HubStatuses statuses,
-                     CyclePort cyclePort, ActionQueue &wire)
-    : FunctionDevice(driver, physicalDevice), ports_(ports), statuses_(statuses), cyclePort_(std::move(cyclePort)),
-      wire_(wire) {}
+                     CyclePort cyclePort)
+    : FunctionDevice(driver, physicalDevice), ports_(ports), statuses_(statuses), cyclePort_(std::move(cyclePort)) {}
 
 NTSTATUS HubDevice::deviceControl(PIRP irp, PIO_STACK_LOCATION location) {
     if (!answersLater(irp, location)) {

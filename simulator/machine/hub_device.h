@@ -13,9 +13,8 @@ class HubDevice final : public FunctionDevice {
   public:
     using CyclePort = std::function<void(PDEVICE_OBJECT physicalDevice)>;
 
-    /// `wire` completes what devices answer later.
     HubDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice, std::uint32_t ports, HubStatuses statuses,
-              CyclePort cyclePort, ActionQueue &wire);
+              CyclePort cyclePort);
 
     std::uint32_t ports() const { return ports_; }
 
@@ -30,7 +29,7 @@ class HubDevice final : public FunctionDevice {
     const std::uint32_t ports_;
     const HubStatuses statuses_;
     const CyclePort cyclePort_;
-    ActionQueue &wire_;
+    ActionQueue wire_; ///< completes what the device answers later
 };
 
 } // namespace sim::machine

@@ -10,6 +10,7 @@
 #include "../kernel/strings.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <stdexcept>
 
@@ -42,6 +43,11 @@ struct Machine::Implementation {
           services([this] { return loadOnDemand(); }, [this] { return driver.object(); }),
           plugAndPlay(services, options.hubStatuses), properties(plugAndPlay.tree()) {
         kernel.deviceProperties = &properties;
+        kernel.runLater = [this](std::function<void()> action) { plugAndPlay.runLater(std::move(action)); };
+        kernel.deviceFileClosed = [this] {
+            plugAndPlay.fileClosed();
+            finishUnload();
+        };
         fillRegistry();
         for (const std::u16string &hub : options.hubDrivers) {
             if (!Services::isHubDriver(hub)) {
@@ -62,6 +68,8 @@ struct Machine::Implementation {
         }
         plugAndPlay.runPending();
         driver.switchOff();
+        kernel.deviceFileClosed = nullptr;
+        kernel.runLater = nullptr;
         kernel.deviceProperties = nullptr;
     }
 
@@ -95,6 +103,17 @@ struct Machine::Implementation {
         services.declare(u"USBHUB");
     }
 
+    /// learn.microsoft.com: DRIVER_UNLOAD: a driver stays while it has devices.
+    bool finishUnload() {
+        if (!unloadWanted || driver.inUse()) {
+            return false;
+        }
+        if (unloadWanted.exchange(false)) {
+            driver.unload();
+        }
+        return true;
+    }
+
     Node &hostController() {
         Node *node = plugAndPlay.tree().byName("host-controller");
         if (node != nullptr) {
@@ -124,7 +143,8 @@ struct Machine::Implementation {
     Services services;
     PlugAndPlay plugAndPlay;
     PropertyProvider properties;
-    std::recursive_mutex standardDevices; ///< makes the host controller and the root hub only once
+    std::atomic<bool> unloadWanted = false; ///< an open handle keeps a device of the driver, and so the driver
+    std::recursive_mutex standardDevices;   ///< makes the host controller and the root hub only once
 };
 
 Machine::Machine(MachineOptions options) : implementation_(std::make_unique<Implementation>(std::move(options))) {}
@@ -181,12 +201,15 @@ PDRIVER_OBJECT Machine::driverObject() const {
     return implementation_->driver.object();
 }
 
-void Machine::unloadDriver() {
-    if (PDRIVER_OBJECT driver = driverObject()) {
-        implementation_->plugAndPlay.removeDevicesOf(driver);
-        settle();
-        implementation_->driver.unload();
+bool Machine::unloadDriver() {
+    PDRIVER_OBJECT driver = driverObject();
+    if (driver == nullptr) {
+        return true;
     }
+    implementation_->plugAndPlay.removeDevicesOf(driver);
+    settle();
+    implementation_->unloadWanted = true;
+    return implementation_->finishUnload();
 }
 
 DeviceNode &Machine::plugControlNode() {

@@ -102,7 +102,9 @@ class Machine {
     PDRIVER_OBJECT driverObject() const;
     /// Removes every device that still has the driver in its stack (the control node too), calls DriverUnload, unmaps.
     /// Log workers have caught up before the driver object is deleted unless the work queue is paused or free.
-    void unloadDriver();
+    /// False while a handle is open on a device of the driver: the device has gone by surprise, its removal and the
+    /// unload follow when the last handle is closed.
+    bool unloadDriver();
 
     /// The driver's own root-enumerated node (hardware id "Tarvenholt\Myrtelhaven"), made and started.
     DeviceNode &plugControlNode();
@@ -118,6 +120,12 @@ class Machine {
     void unplug(DeviceNode &node);
     /// Removes and enumerates again with new physical device objects (what a port cycle or a restart does).
     DeviceNode &replug(DeviceNode &node);
+    /// Sleep (S3): every device that runs leaves D0, those below others first. Wake: back, the other way round.
+    void sleep();
+    void wake();
+    /// What the system does when it is shut down: IRP_MJ_SHUTDOWN to those that asked for it, then power off. Nothing is
+    /// removed.
+    void shutDown();
     DeviceNode *find(std::string_view name);
     std::vector<DeviceNode *> nodes(); ///< every node below the root, parents before children
 

@@ -61,8 +61,15 @@ void PlugAndPlay::runPending() {
         return;
     }
     actions_.drain();
-    wire_.drain(); // who waited goes on before the thread that woke it is through
     finishPostponedRemovals();
+}
+
+void PlugAndPlay::fileClosed() {
+    if (kernel().workers.mode() == WorkQueue::Mode::ordered) {
+        runPending();
+    } else {
+        finishPostponedRemovals();
+    }
 }
 
 // learn.microsoft.com: IoInvalidateDeviceState. For a device that has not started it does nothing.

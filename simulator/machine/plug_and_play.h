@@ -30,6 +30,11 @@ class PlugAndPlay {
 
     /// Does what was put off: port cycles, device state questions, removals that waited for handles to be closed.
     void runPending();
+    /// Something that the system does soon, in a thread of its own or, while the machine's workers run in order, before
+    /// the next runPending is over.
+    void runLater(std::function<void()> action) { post(std::move(action)); }
+    /// The last reference to a file object has gone: removals that waited for that go on.
+    void fileClosed();
 
   private:
     enum class Manner { surprise, orderly };
@@ -99,7 +104,6 @@ class PlugAndPlay {
     std::atomic<unsigned> usbNames_ = 0;
     std::map<std::u16string, unsigned> driverKeys_; ///< last number by upcased class; guarded by the tree's mutex
     std::vector<Node *> postponed_;                 ///< guarded by the tree's mutex
-    ActionQueue wire_;                              ///< completes what USB devices answer later
     ActionQueue actions_;                           ///< last: its thread ends before anything else goes
 };
 

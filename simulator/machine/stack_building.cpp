@@ -109,9 +109,8 @@ void PlugAndPlay::addSimulated(Node &node, const StackMember &member, SimulatedD
     FunctionDevice *function = nullptr;
     std::vector<DeviceInterface> interfaces;
     if (Services::isHubDriver(member.service)) {
-        function = &driver.make<HubDevice>(
-            physicalDevice, node.description().hubPorts, hubStatuses_,
-            [this](PDEVICE_OBJECT device) { portCycled(device); }, wire_);
+        function = &driver.make<HubDevice>(physicalDevice, node.description().hubPorts, hubStatuses_,
+                                           [this](PDEVICE_OBJECT device) { portCycled(device); });
         interfaces.push_back({GUID_DEVINTERFACE_USB_HUB});
     } else {
         function = &driver.make<FunctionDevice>(physicalDevice);

@@ -19,8 +19,9 @@ struct ControlDevice {
     WDFIOTARGET m_ioTarget;        ///< opened on the control device itself
     WDFWAITLOCK m_lock;
     WDFWAITLOCK m_deviceLock;
-    ULONG m_processId; ///< registered service process; 0: none
-    ULONG m_openCount; ///< handles that it holds
+    ULONG m_processId;   ///< registered service process; 0: none
+    ULONG m_openCount;   ///< handles that it holds
+    LONG m_passesWanted; ///< ready notifications of the two queues that no pairing pass has answered yet
     RescanContext m_rescanContext;
 };
 WDF_DECLARE_CONTEXT_TYPE_WITH_NAME(ControlDevice, getControlDevice)

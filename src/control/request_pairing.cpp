@@ -106,12 +106,17 @@ void pairRequests(const ControlDevice &control, HeldRequests &held) {
     }
 }
 
-/// Takes the next request of both queues. False when one could not be had.
+/// Takes the next request of both queues. An internal one that is still held, since the service's buffer before was too
+/// small for it, stays: overwritten it would never be completed, and the thread that sent it would wait for ever,
+/// beyond any time-out.
 NTSTATUS retrievePair(const ControlDevice &control, HeldRequests &held) {
     NTSTATUS status = WdfIoQueueRetrieveNextRequest(control.m_ioctlQueue, &held.service);
     if (!NT_SUCCESS(status)) {
         LOG_ERROR(L"Failed to retrieve the next available I/O request for m_ioctlQueue, status = 0x", hex(status));
         return status;
+    }
+    if (held.internal != nullptr) {
+        return STATUS_SUCCESS;
     }
     status = WdfIoQueueRetrieveNextRequest(control.m_internalIoctlQueue, &held.internal);
     if (!NT_SUCCESS(status)) {
@@ -133,18 +138,35 @@ void runPass(const ControlDevice &control, HeldRequests &held) {
     }
 }
 
-} // namespace
-
-VOID fetchRequestsAndProcess(WDFQUEUE, WDFCONTEXT context) {
+void pairOnce(const ControlDevice &control) {
     HeldRequests held;
-    runPass(*static_cast<ControlDevice *>(context), held);
-    // Outside the lock: putting a request back may enter this routine again before it returns.
+    runPass(control, held);
+    // Outside the lock, and each may notify of its queue before it returns.
     if (held.internal != nullptr) {
         (void)WdfRequestRequeue(held.internal);
     }
     if (held.service != nullptr) {
         (void)WdfRequestRequeue(held.service);
     }
+}
+
+} // namespace
+
+/// The framework notifies from within calls that a pass makes while it holds the lock: completing a request of one
+/// queue, or forwarding it, delivers the notification that this queue still owes, for instance when power is back and
+/// the other queue was looked at first (github.com/microsoft/Windows-Driver-Frameworks: FxIoQueue::
+/// DispatchInternalEvents). The wait lock is not recursive. So whoever finds a pass under way, be it its own or another
+/// thread's, only asks for one more.
+VOID fetchRequestsAndProcess(WDFQUEUE, WDFCONTEXT context) {
+    auto &control = *static_cast<ControlDevice *>(context);
+    if (__atomic_fetch_add(&control.m_passesWanted, 1, __ATOMIC_ACQ_REL) != 0) {
+        return;
+    }
+    LONG answered = 0;
+    do {
+        answered = __atomic_load_n(&control.m_passesWanted, __ATOMIC_ACQUIRE);
+        pairOnce(control);
+    } while (__atomic_sub_fetch(&control.m_passesWanted, answered, __ATOMIC_ACQ_REL) != 0);
 }
 
 namespace {

@@ -40,6 +40,7 @@ void buildDriverContext(DriverContext &context, PDRIVER_OBJECT driver) {
     context.blockedDevices.initialize();
     startLog(context, driver);
     ExInitializeFastMutex(&context.usbFilterMutex);
+    InitializeListHead(&context.usbFilters);
     ExInitializeFastMutex(&context.notUsbHubMutex);
     new (InPlace{&context.notUsbHubText}) KString;
     // Without this room the text stays empty and later appends fail, which is logged then.

@@ -20,7 +20,8 @@ struct DriverContext {
     ULONG callbackFallbackAction; ///< with mode 2 and no service: 1 read-only, else blocked
     BlockedDeviceRegister blockedDevices;
     Logger logger;
-    FAST_MUTEX usbFilterMutex; ///< held while a filter's context is read from outside its stack, and while it ends
+    FAST_MUTEX usbFilterMutex; ///< guards usbFilters and, while it is held, keeps the filters in it from ending
+    LIST_ENTRY usbFilters;     ///< the UsbFilterDevice of each device whose add is over
     FAST_MUTEX notUsbHubMutex; ///< guards notUsbHubText
     KString notUsbHubText;     ///< a line for each USB device without a USB hub driver among its ancestors
 };

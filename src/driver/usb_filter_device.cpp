@@ -13,19 +13,42 @@
 namespace {
 
 VOID onFilterCleanup(WDFOBJECT device) {
+    UsbFilterDevice &filter = *usbFilterDeviceOf(device);
     FastMutexLock hold(getDriverContext().usbFilterMutex);
-    usbFilterDeviceOf(device)->hardwareIds.release();
+    if (filter.links.Flink != nullptr) { // not when the device could not be created
+        RemoveEntryList(&filter.links);
+    }
+    filter.hardwareIds.release();
 }
 
-/// The context of this driver's filter in the stack of a device; null when the stack has none. The caller holds the
-/// filters' mutex.
-UsbFilterDevice *findUsbFilterDevice(PDEVICE_OBJECT device) {
+void list(UsbFilterDevice &filter) {
+    filter.deviceObject = WdfDeviceWdmGetDeviceObject(filter.device);
+    DriverContext &context = getDriverContext();
+    FastMutexLock hold(context.usbFilterMutex);
+    InsertTailList(&context.usbFilters, &filter.links);
+}
+
+/// This driver's filter in the stack of a device; empty when the stack has none.
+DeviceReference findUsbFilterDevice(PDEVICE_OBJECT device) {
     PDRIVER_OBJECT driver = WdfDriverWdmGetDriverObject(WdfGetDriver());
     auto current = DeviceReference::adopt(IoGetAttachedDeviceReference(device));
     while (current && current.get()->DriverObject != driver) {
         current = DeviceReference::adopt(IoGetLowerDeviceObject(current.get()));
     }
-    return current ? usbFilterDeviceOf(WdfWdmDeviceGetWdfDeviceHandle(current.get())) : nullptr;
+    return current;
+}
+
+/// The context of a filter; null when its add is not over or it has ended. (Its device object, which may outlive the
+/// framework's device, doesn't tell.) The caller holds the filters' mutex.
+const UsbFilterDevice *listedFilter(PDEVICE_OBJECT filterObject) {
+    const LIST_ENTRY &filters = getDriverContext().usbFilters;
+    for (PLIST_ENTRY links = filters.Flink; links != &filters; links = links->Flink) {
+        const auto *filter = CONTAINING_RECORD(links, UsbFilterDevice, links);
+        if (filter->deviceObject == filterObject) {
+            return filter;
+        }
+    }
+    return nullptr;
 }
 
 /// Once the device add is over, Plug and Play gives every device of the stack the security that its class or its own
@@ -94,7 +117,7 @@ NTSTATUS createUsbFilterDevice(PWDFDEVICE_INIT deviceInit, const UNICODE_STRING 
     if (!isLeftAlone(hardwareIds)) {
         status = judge(filter, hardwareIds);
     }
-    __atomic_store_n(&filter.isDecided, true, __ATOMIC_RELEASE);
+    list(filter);
     return status;
 }
 
@@ -110,12 +133,13 @@ NTSTATUS UsbFilterCopy::take(PDEVICE_OBJECT device) {
         return STATUS_INSUFFICIENT_RESOURCES;
     }
     auto *copy = new (InPlace{memory_.get()}) UsbFilterDevice{};
-    FastMutexLock hold(getDriverContext().usbFilterMutex);
-    const UsbFilterDevice *filter = findUsbFilterDevice(device);
-    if (filter == nullptr) {
+    const DeviceReference filterObject = findUsbFilterDevice(device);
+    if (!filterObject) {
         return STATUS_NOT_FOUND;
     }
-    if (!__atomic_load_n(&filter->isDecided, __ATOMIC_ACQUIRE)) {
+    FastMutexLock hold(getDriverContext().usbFilterMutex);
+    const UsbFilterDevice *filter = listedFilter(filterObject.get());
+    if (filter == nullptr) {
         return STATUS_DEVICE_NOT_READY;
     }
     copy->device = filter->device;

@@ -8,7 +8,8 @@
 #include "policy/usb_mode.h"
 #include "support/pool_memory.h"
 
-/// Context of the filter that the driver puts on each USB device. Written during device add only.
+/// Context of the filter that the driver puts on each USB device. Written during device add only, by its thread; other
+/// threads may read it while it is listed and they hold the filters' mutex.
 struct UsbFilterDevice {
     WDFDEVICE device;
     ULONG filterable;  ///< 1 when the rules apply: the compatible ids match the blocked list; 0 for a composite parent
@@ -16,8 +17,9 @@ struct UsbFilterDevice {
     RuleType ruleType; ///< what the service is told beside it
     KString hardwareIds; ///< the whole list
     ServiceMessage message;
-    bool denyWrite; ///< read-only by the device's access list, which has to last
-    bool isDecided; ///< set last in the device add: from then on other threads may read the rest
+    bool denyWrite;              ///< read-only by the device's access list, which has to last
+    PDEVICE_OBJECT deviceObject; ///< set when it is listed
+    LIST_ENTRY links; ///< in DriverContext::usbFilters from the end of the device add to the end of the filter
 };
 WDF_DECLARE_CONTEXT_TYPE_WITH_NAME(UsbFilterDevice, usbFilterDeviceOf)
 
@@ -34,7 +36,8 @@ class [[nodiscard]] UsbFilterCopy {
     UsbFilterCopy &operator=(const UsbFilterCopy &) = delete;
 
     /// Copies what a decision needs. STATUS_NOT_FOUND when this driver has no USB filter in the stack;
-    /// STATUS_DEVICE_NOT_READY while its device is being added; STATUS_INSUFFICIENT_RESOURCES. PASSIVE_LEVEL.
+    /// STATUS_DEVICE_NOT_READY while its device is being added or removed; STATUS_INSUFFICIENT_RESOURCES.
+    /// PASSIVE_LEVEL.
     NTSTATUS take(PDEVICE_OBJECT device);
     UsbFilterDevice &get() const { return *memory_.as<UsbFilterDevice>(); }
 

@@ -184,6 +184,17 @@ TEST_F(Command, filesThatCannotBeReadSayWhy) {
     EXPECT_NE(run({"play", inner}).err.find("odd.yaml: cannot be read: Is a directory"), std::string::npos);
 }
 
+TEST_F(Command, controlCharactersOfNamesAreShownAndNotSentToTheTerminal) {
+    const std::string file = write("s.yaml", "steps:\n  - \"\\e[31mred\\0\"\n");
+    EXPECT_EQ(run({"play", file}).err, file + ":2: unknown step '\u241B[31mred\u2400'\n");
+    const std::string odd =
+        write("t.yaml", "name: \"\\e[2J\"\ndevices:\n  \"\\e[31m\": {instance: \"USB\\\\A\\\\1\", class: USB, "
+                        "expect: {mode: \"allowed\"}}\nsteps: [plug]\n");
+    const Outcome played = run({"play", odd});
+    EXPECT_EQ(played.out.find('\x1b'), std::string::npos) << played.out;
+    EXPECT_EQ(played.err.find('\x1b'), std::string::npos) << played.err;
+}
+
 TEST_F(Command, resultsThatCannotBeWrittenAreAnError) {
     const std::string file = write("good.yaml", good);
     std::ofstream full("/dev/full");

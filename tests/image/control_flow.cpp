@@ -189,7 +189,10 @@ std::map<std::string, std::uint32_t> readMap(const std::filesystem::path &path, 
     return symbols;
 }
 
-std::set<std::uint32_t> reachable(const PeImage &image, Range range, const LogVariables &log, LogState logState) {
+namespace {
+
+/// What is known before each instruction that can run.
+std::map<std::uint32_t, State> statesOf(const PeImage &image, Range range, const LogVariables &log, LogState logState) {
     std::map<std::uint32_t, State> states{{range.address, State{}}};
     std::vector<std::uint32_t> work{range.address};
     const auto flowTo = [&](std::uint32_t address, const State &state) {
@@ -216,11 +219,60 @@ std::set<std::uint32_t> reachable(const PeImage &image, Range range, const LogVa
             flowTo(address + 4, state);
         }
     }
+    return states;
+}
+
+/// Walks from the branch that asks the flag to the one that asks the level, the flag being set.
+LogGuard followGuard(const PeImage &image, const std::map<std::uint32_t, State> &states, std::uint32_t flagBranch) {
+    constexpr std::size_t longest = 32;
+    LogGuard guard;
+    guard.flagBranch = flagBranch;
+    std::uint32_t address = flagBranch;
+    while (guard.instructions < longest && states.contains(address)) {
+        const Instruction instruction = instructionAt(image, address);
+        const std::optional<bool> taken = instruction.decided(states.at(address), LogState::lowLevel);
+        ++guard.instructions;
+        if (instruction.isConditionalBranch() && taken) {
+            guard.levelBranch = address;
+            if (*taken) {
+                guard.skipsTo = instruction.directTarget();
+            }
+            return guard;
+        }
+        const bool isBranch =
+            instruction.isConditionalBranch() || instruction.isCompareAndBranch() || instruction.isTestAndBranch();
+        if (instruction.isCall() || (isBranch && !taken) || (instruction.isEnd() && !instruction.isJump())) {
+            return guard;
+        }
+        address = instruction.isJump() || taken == true ? *instruction.directTarget() : address + 4;
+    }
+    return guard;
+}
+
+} // namespace
+
+std::set<std::uint32_t> reachable(const PeImage &image, Range range, const LogVariables &log, LogState state) {
     std::set<std::uint32_t> reached;
-    for (const auto &[address, state] : states) {
+    for (const auto &[address, known] : statesOf(image, range, log, state)) {
         reached.insert(address);
     }
     return reached;
+}
+
+std::vector<LogGuard> logGuards(const PeImage &image, Range range, const LogVariables &log) {
+    const std::map<std::uint32_t, State> states = statesOf(image, range, log, LogState::lowLevel);
+    std::vector<LogGuard> guards;
+    for (const auto &[address, state] : states) {
+        const Instruction instruction = instructionAt(image, address);
+        if (!instruction.isConditionalBranch() && instruction.decided(state, LogState::lowLevel)) {
+            guards.push_back(followGuard(image, states, address));
+        }
+    }
+    return guards;
+}
+
+bool runsOn(const PeImage &image, std::uint32_t address) {
+    return !instructionAt(image, address).isEnd();
 }
 
 std::vector<std::uint32_t> transfersTo(const PeImage &image, Range range, const std::set<std::uint32_t> &targets) {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -29,6 +30,19 @@ struct LogVariables {
 /// Addresses of the instructions that can run in the function [range) when it begins at its first one. Branches that
 /// ask the log's variables go as `state` has it, every other conditional branch goes both ways.
 std::set<std::uint32_t> reachable(const PeImage &image, Range range, const LogVariables &log, LogState state);
+
+/// The question of one log line (or of several whose flag is asked once), from the branch that asks the flag to the one
+/// that asks the level, both counted.
+struct LogGuard {
+    std::uint32_t flagBranch = 0;
+    std::optional<std::uint32_t> levelBranch; ///< nothing when a call, another question or a return comes first
+    std::optional<std::uint32_t> skipsTo;     ///< where a low level branches to; nothing when it goes straight on
+    std::size_t instructions = 0;
+};
+std::vector<LogGuard> logGuards(const PeImage &image, Range range, const LogVariables &log);
+
+/// Whether the instruction can be followed by the one behind it: no jump and no return.
+bool runsOn(const PeImage &image, std::uint32_t address);
 
 /// Addresses in the function that call or jump to one of the targets.
 std::vector<std::uint32_t> transfersTo(const PeImage &image, Range range, const std::set<std::uint32_t> &targets);

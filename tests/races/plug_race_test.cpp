@@ -10,7 +10,7 @@
 namespace races {
 namespace {
 
-constexpr unsigned plugRounds = 6;
+constexpr unsigned plugRounds = 4;
 
 class PlugRace : public RaceTest {
   protected:

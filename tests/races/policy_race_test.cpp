@@ -9,7 +9,7 @@
 namespace races {
 namespace {
 
-constexpr unsigned decisionsPerThread = 10;
+constexpr unsigned decisionsPerThread = 8;
 
 class PolicyRace : public RaceTest {
   protected:
@@ -40,7 +40,7 @@ class PolicyRace : public RaceTest {
     /// A long list that ends with what matters.
     static behaviour::RuleList listEndingWith(std::u16string_view filling, std::u16string last) {
         std::vector<std::u16string> rules;
-        for (unsigned index = 0; index < 16; ++index) {
+        for (unsigned index = 0; index < 12; ++index) {
             rules.push_back(std::u16string(filling) + sim::toUtf16(std::to_string(index)));
         }
         rules.push_back(std::move(last));
@@ -70,6 +70,21 @@ TEST_F(PolicyRace, ListsAreNeverSeenHalfLoaded) {
         for (unsigned round = 0; round < decisionsPerThread; ++round) {
             EXPECT_EQ(decide(thread, round), expected) << driveName(thread, round);
             EXPECT_EQ(decisionOf(driveName(thread, round)).filterable, 1U);
+        }
+    });
+}
+
+TEST_F(PolicyRace, AListOfOneRuleIsNeverSeenEmpty) {
+    // Each of the lists makes every drive read-only as one that is not listed.
+    const auto change = [&](unsigned number) {
+        setList(u"ReadOnlyHardwareIds", behaviour::asStrings({number % 2 == 0 ? u"*" : u"*\\S*"}));
+    };
+    change(0);
+    start();
+    decideMeanwhile(change, [&](unsigned thread) {
+        for (unsigned round = 0; round < decisionsPerThread; ++round) {
+            EXPECT_EQ(decide(thread, round), modeReadOnly);
+            EXPECT_EQ(decisionOf(driveName(thread, round)).ruleType, ruleTypeReadOnlyUnlisted);
         }
     });
 }

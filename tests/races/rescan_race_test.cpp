@@ -25,12 +25,17 @@ TEST_F(RescanRace, TheLastRescanLeavesEveryDeviceUnderTheLastPolicy) {
     start();
     for (unsigned thread = 0; thread < plugging; ++thread) {
         machine().plug(numberedDrive(thread, rounds)); // stays
+        // Of a class that has no filter, but of a blocked compatible id: each rescan remembers and cycles it.
+        machine().plug(sim::usbBluetoothAdapter("adapter" + std::to_string(thread),
+                                                {0x0A12, static_cast<std::uint16_t>(thread + 1)}));
     }
     std::atomic<unsigned> pluggers = plugging;
     together([&](unsigned thread) {
         if (thread < plugging) {
             for (unsigned round = 0; round < rounds; ++round) {
-                machine().plug(numberedDrive(thread, round));
+                sim::DeviceDescription slow = numberedDrive(thread, round);
+                slow.usb->answersLater = true; // the rescans find it in the middle of its add
+                machine().plug(slow);
                 if (sim::DeviceNode *node = machine().find(driveName(thread, round))) {
                     machine().unplug(*node);
                 }
@@ -54,6 +59,7 @@ TEST_F(RescanRace, TheLastRescanLeavesEveryDeviceUnderTheLastPolicy) {
             sim::DeviceNode *node = machine().find(driveName(thread, rounds));
             ASSERT_NE(node, nullptr);
             EXPECT_EQ(node->problemCode(), allowed ? 0U : problemDisabled) << driveName(thread, rounds);
+            EXPECT_TRUE(machine().find("adapter" + std::to_string(thread))->started());
         }
     }
 }

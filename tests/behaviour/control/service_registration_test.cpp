@@ -1,8 +1,8 @@
 #include "control/control_device.h"
+#include "simulator/process/user_process.h"
 #include "tests/behaviour/support/devices.h"
 #include "tests/behaviour/support/driver_state.h"
 #include "tests/behaviour/support/driver_test.h"
-#include "tests/behaviour/support/service_process.h"
 
 namespace behaviour {
 namespace {
@@ -11,7 +11,6 @@ namespace {
 class ServiceRegistration : public DriverTest {
   protected:
     ServiceRegistration() : node(start()) {}
-    PDEVICE_OBJECT device() { return node.physicalDevice(); }
     void expectRegistered(unsigned processId, unsigned handles) {
         const ControlDevice &control = *driverState(machine()).controlDevice;
         EXPECT_EQ(control.m_apiRegistered, processId != 0 ? TRUE : FALSE);
@@ -19,8 +18,13 @@ class ServiceRegistration : public DriverTest {
         EXPECT_EQ(control.m_openCount, handles);
     }
     sim::DeviceNode &node;
-    ServiceProcess service{1234};
-    ServiceProcess other{5678};
+    static NTSTATUS open(sim::UserProcess &process) {
+        sim::UserProcess::Handle handle = 0;
+        return process.open(linkName, handle);
+    }
+    static void close(sim::UserProcess &process) { process.close(process.handles().back()); }
+    sim::UserProcess service{1234};
+    sim::UserProcess other{5678};
 };
 
 TEST_F(ServiceRegistration, BeginsWithNobody) {
@@ -28,37 +32,37 @@ TEST_F(ServiceRegistration, BeginsWithNobody) {
 }
 
 TEST_F(ServiceRegistration, TheFirstProcessIsRegisteredUntilItCloses) {
-    EXPECT_EQ(service.open(device()), STATUS_SUCCESS);
+    EXPECT_EQ(open(service), STATUS_SUCCESS);
     expectRegistered(1234, 1);
-    service.close();
+    close(service);
     expectRegistered(0, 0);
 }
 
 TEST_F(ServiceRegistration, FurtherHandlesOfTheSameProcessAreCounted) {
-    EXPECT_EQ(service.open(device()), STATUS_SUCCESS);
-    EXPECT_EQ(service.open(device()), STATUS_SUCCESS);
+    EXPECT_EQ(open(service), STATUS_SUCCESS);
+    EXPECT_EQ(open(service), STATUS_SUCCESS);
     expectRegistered(1234, 2);
-    service.close();
+    close(service);
     expectRegistered(1234, 1);
-    service.close();
+    close(service);
     expectRegistered(0, 0);
 }
 
 TEST_F(ServiceRegistration, AnotherProcessIsRefusedAndChangesNothing) {
-    EXPECT_EQ(service.open(device()), STATUS_SUCCESS);
-    EXPECT_EQ(other.open(device()), STATUS_ACCESS_DENIED);
+    EXPECT_EQ(open(service), STATUS_SUCCESS);
+    EXPECT_EQ(open(other), STATUS_ACCESS_DENIED);
     expectRegistered(1234, 1);
-    service.close();
+    close(service);
     expectRegistered(0, 0);
-    EXPECT_EQ(other.open(device()), STATUS_SUCCESS);
+    EXPECT_EQ(open(other), STATUS_SUCCESS);
     expectRegistered(5678, 1);
-    other.close();
+    close(other);
 }
 
 TEST_F(ServiceRegistration, LogsNothing) {
-    EXPECT_EQ(service.open(device()), STATUS_SUCCESS);
-    EXPECT_EQ(other.open(device()), STATUS_ACCESS_DENIED);
-    service.close();
+    EXPECT_EQ(open(service), STATUS_SUCCESS);
+    EXPECT_EQ(open(other), STATUS_ACCESS_DENIED);
+    close(service);
     EXPECT_THAT(takeLog(), testing::IsEmpty());
 }
 

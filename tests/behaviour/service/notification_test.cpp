@@ -1,7 +1,6 @@
 // The service is told of decisions; other requests of its, and what becomes of parked ones.
 
 #include "service_test.h"
-#include "simulator/framework/power.h"
 #include "tests/behaviour/support/driver_state.h"
 
 namespace behaviour {
@@ -18,9 +17,7 @@ class Notification : public ServiceTest {
         startWithService(0);
         apply(policy);
     }
-    static std::u16string textAt(const races::UserRequest &request, std::size_t offset) {
-        return MessageBytes(request.buffer()).text(offset, 200);
-    }
+    static std::u16string textAt(const Request &told, std::size_t offset) { return messageOf(told).text(offset, 200); }
 };
 
 TEST_F(Notification, TellsTheDecisionAndTheDevice) {
@@ -30,12 +27,12 @@ TEST_F(Notification, TellsTheDecisionAndTheDevice) {
     told->await();
     EXPECT_EQ(told->status(), STATUS_SUCCESS);
     EXPECT_EQ(told->information(), 404U);
-    const MessageBytes bytes(told->buffer());
+    const MessageBytes bytes = messageOf(told);
     EXPECT_EQ(bytes.number(0), 1U);
-    EXPECT_EQ(textAt(*told, 4), u"Ultra");
-    EXPECT_EQ(textAt(*told, 204), u"USB\\VID_0781&PID_5581&REV_0100\\A20054F50D478A23");
+    EXPECT_EQ(textAt(told, 4), u"Ultra");
+    EXPECT_EQ(textAt(told, 204), u"USB\\VID_0781&PID_5581&REV_0100\\A20054F50D478A23");
     const std::vector<std::uint8_t> &kept = filterOf("stick").message;
-    EXPECT_TRUE(std::equal(kept.begin() + 1074, kept.end(), told->buffer().begin() + 4)) << "both texts, byte for byte";
+    EXPECT_TRUE(std::equal(kept.begin() + 1074, kept.end(), told->output().begin() + 4)) << "both texts, byte for byte";
 }
 
 TEST_F(Notification, ComesForEachDecision) {
@@ -46,8 +43,8 @@ TEST_F(Notification, ComesForEachDecision) {
     plug(mouse());
     first->await();
     second->await();
-    EXPECT_EQ(MessageBytes(first->buffer()).number(0), 2U);
-    EXPECT_EQ(textAt(*second, 4), u"USB Optical Mouse");
+    EXPECT_EQ(messageOf(first).number(0), 2U);
+    EXPECT_EQ(textAt(second, 4), u"USB Optical Mouse");
 }
 
 TEST_F(Notification, IsWrittenInTheLogWithTheService) {
@@ -80,8 +77,8 @@ TEST_F(Notification, ARequestForQuestionsIsShownTheDecisionToo) {
     Request question = waitForCallback();
     plug(flashDrive());
     question->await();
-    EXPECT_EQ(MessageBytes(question->buffer()).mode(), 1U);
-    EXPECT_FALSE(NT_SUCCESS(reply(requestIdOf(*question), 2)->status())) << "it was completed at once";
+    EXPECT_EQ(messageOf(question).mode(), 1U);
+    EXPECT_FALSE(NT_SUCCESS(reply(requestIdOf(question), 2)->status())) << "it was completed at once";
 }
 
 TEST_F(Notification, AnUndecidedDeviceIsNotToldOf) {
@@ -90,7 +87,7 @@ TEST_F(Notification, AnUndecidedDeviceIsNotToldOf) {
     auto plugged = plugging(flashDrive());
     question->await();
     Request told = waitForNotification();
-    reply(requestIdOf(*question), 0); // "not decided" is an answer too
+    reply(requestIdOf(question), 0); // "not decided" is an answer too
     plugged.get();
     EXPECT_EQ(filterOf("stick").mode, 0U);
     EXPECT_FALSE(told->isBack()) << "it went back to its queue";
@@ -175,50 +172,6 @@ TEST_F(Notification, ControlCodesThatCannotBeParkedAreCompleted) {
     told->await();
     EXPECT_EQ(told->status(), STATUS_INSUFFICIENT_RESOURCES);
     EXPECT_THAT(takeLog(), Contains("ERROR Failed to request forward to io queue, status = 0xc000009a"));
-}
-
-class PowerLines : public ServiceTest {
-  protected:
-    void setPower(DEVICE_POWER_STATE state) {
-        PDEVICE_OBJECT top = IoGetAttachedDeviceReference(controlStack());
-        EXPECT_TRUE(NT_SUCCESS(sim::framework::requestDevicePower(top, state, PowerActionSleep)));
-        ObDereferenceObject(top);
-    }
-};
-
-TEST_F(PowerLines, SayThatTheControlDeviceLeavesFullPower) {
-    startWithService();
-    setPower(PowerDeviceD3);
-    Lines lines;
-    for (const std::string &line : takeLog()) {
-        if (line.find("onDevicePowerStateChangeNotification") != std::string::npos) {
-            lines.push_back(line.substr(0, line.find(", current state")));
-        }
-    }
-    EXPECT_EQ(lines, (Lines{"INFO onDevicePowerStateChangeNotification enter state, type = 0x1",
-                            "INFO onDevicePowerStateChangeNotification post process state, type = 0x2",
-                            "INFO onDevicePowerStateChangeNotification leave state, type = 0x4"}));
-    setPower(PowerDeviceD0);
-    EXPECT_THAT(takeLog(), Not(Contains(StartsWith("INFO onDevicePowerStateChangeNotification"))));
-}
-
-TEST_F(PowerLines, AreNotWrittenBelowInfo) {
-    setParameter(u"LogLevel", 3);
-    startWithService();
-    setPower(PowerDeviceD3);
-    setPower(PowerDeviceD0);
-    EXPECT_EQ(takeLog(), Lines{});
-}
-
-TEST_F(PowerLines, ParkedRequestsOutliveSleep) {
-    startWithService(0);
-    Request told = waitForNotification();
-    setPower(PowerDeviceD3);
-    EXPECT_FALSE(told->isBack());
-    setPower(PowerDeviceD0);
-    plug(flashDrive());
-    told->await();
-    EXPECT_EQ(told->status(), STATUS_SUCCESS);
 }
 
 } // namespace

@@ -1,13 +1,12 @@
 #pragma once
 
 #include "myrtelhaven_service.h"
+#include "simulator/process/user_process.h"
 #include "tests/behaviour/support/devices.h"
 #include "tests/behaviour/support/driver_test.h"
 #include "tests/behaviour/support/service_message.h"
-#include "tests/races/support/user_request.h"
 
 #include <future>
-#include <memory>
 
 namespace behaviour {
 
@@ -15,13 +14,12 @@ namespace behaviour {
 /// step by step.
 class ServiceTest : public DriverTest {
   protected:
-    using Request = std::unique_ptr<races::UserRequest>;
+    using Request = sim::UserProcess::Io;
 
-    /// Starts the driver with CallbackMode 1 and opens the control device as process 100.
+    /// Starts the driver with CallbackMode 1 and opens the control device.
     void startWithService(std::uint32_t callbackMode = 1);
     PDEVICE_OBJECT controlStack() { return control_->physicalDevice(); }
-    races::ServiceHandle &service() { return *handle_; }
-    void closeService() { handle_.reset(); }
+    void closeService() { service.close(handle); }
 
     Request send(std::uint32_t code, std::size_t outputBytes = 0, std::vector<std::uint8_t> input = {});
     Request waitForCallback(std::size_t bytes = MYRTELHAVEN_CALLBACK_BYTES) { return send(IOCTL_WAIT_CALLBACK, bytes); }
@@ -30,22 +28,28 @@ class ServiceTest : public DriverTest {
     }
     Request reply(std::uint64_t requestId, std::uint32_t answer);
     /// Replies, and takes the notification of the decision that follows: the device add waits until somebody does.
-    void decide(const races::UserRequest &shown, std::uint32_t answer);
-    static std::uint64_t requestIdOf(const races::UserRequest &shown);
+    void decide(const Request &shown, std::uint32_t answer);
+    static std::uint64_t requestIdOf(const Request &shown);
+    static MessageBytes messageOf(const Request &shown) { return MessageBytes(shown->output()); }
 
     /// Plugs a device in a thread of its own, which waits for the service's answer.
-    std::future<sim::DeviceNode *> plugging(sim::DeviceDescription device);
+    std::future<sim::DeviceNode *> plugging(sim::DeviceDescription device, sim::DeviceNode *parent = nullptr);
+    static bool isDone(std::future<sim::DeviceNode *> &plugged);
+    /// Waits until so many filters wait for the service with a time-out.
+    void awaitWaitingFilters(std::size_t count);
     void letTimePass(unsigned seconds) { kernel().clock.advance(std::int64_t{seconds} * 10'000'000); }
-    /// Moves the clock until the device add is over. It is moved again and again: nothing shows from outside when the
-    /// filter has begun to wait.
+    /// Waits until a filter waits, and moves the clock to the end of its time; checks that it gives up then and not a
+    /// moment before.
     sim::DeviceNode &afterTimeOut(std::future<sim::DeviceNode *> &plugged, unsigned seconds = 30);
+    void setControlPower(DEVICE_POWER_STATE state);
+    /// Lines of the log that contain the text.
+    Lines takeLogWith(std::string_view text);
 
     void TearDown() override;
 
     sim::DeviceNode *control_ = nullptr;
-
-  private:
-    std::unique_ptr<races::ServiceHandle> handle_;
+    sim::UserProcess service{100};
+    sim::UserProcess::Handle handle = 0;
 };
 
 } // namespace behaviour

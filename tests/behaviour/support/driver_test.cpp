@@ -120,7 +120,8 @@ const Lines &DriverTest::logSoFar() {
             log_.push_back(withoutTime(text.substr(read, end - read)));
             read = end + 2;
         }
-        EXPECT_EQ(read, text.size()) << "the log ends in the middle of a line";
+        const bool mayEndAnywhere = !kernel().faults.firstFailed().empty(); // a line without memory for its end
+        EXPECT_TRUE(read == text.size() || mayEndAnywhere) << "the log ends in the middle of a line";
     }
     return log_;
 }

@@ -80,6 +80,7 @@ void RaceTest::addFinished(const sim::AddReport &report) {
     if (filter != nullptr) {
         decision.mode = static_cast<std::uint32_t>(filter->mode);
         decision.filterable = filter->filterable;
+        decision.ruleType = static_cast<std::uint32_t>(filter->ruleType);
         for (const wchar_t unit : filter->message.serialNumber) {
             if (unit == 0) {
                 break;

@@ -24,6 +24,7 @@ struct Decision {
     NTSTATUS returned = STATUS_SUCCESS; ///< what Plug and Play got
     std::uint32_t mode = 0;             ///< of the driver's filter: 0 unknown, 1 blocked, 2 allowed, 3 read-only
     std::uint32_t filterable = 0;
+    std::uint32_t ruleType = 0;
     std::u16string serial; ///< as the service is told
 };
 
@@ -85,6 +86,7 @@ inline constexpr std::uint32_t modeUnknown = 0;
 inline constexpr std::uint32_t modeBlocked = 1;
 inline constexpr std::uint32_t modeAllowed = 2;
 inline constexpr std::uint32_t modeReadOnly = 3;
+inline constexpr std::uint32_t ruleTypeReadOnlyUnlisted = 5;
 inline constexpr std::uint32_t problemDisabled = 29;
 
 } // namespace races

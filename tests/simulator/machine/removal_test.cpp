@@ -116,7 +116,7 @@ TEST_F(Removal, AnOpenHandleKeepsTheDriverLoaded) {
     DeviceNode &node = machine.plug(usbVendorDevice("vendor", {1, 1, 1, u"", u"", u"A"}));
     PDEVICE_OBJECT device = node.physicalDevice();
     ++device->ReferenceCount;
-    EXPECT_THROW(machine.unloadDriver(), std::logic_error);
+    EXPECT_FALSE(machine.unloadDriver());
     EXPECT_TRUE(machine.driverLoaded());
     --device->ReferenceCount;
     machine.unloadDriver();
