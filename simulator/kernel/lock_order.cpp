@@ -3,6 +3,7 @@
 #include "violation.h"
 
 #include <algorithm>
+#include <memory>
 #include <set>
 #include <vector>
 
@@ -25,8 +26,16 @@ struct ThreadOrder {
     std::set<std::pair<const void *, const void *>> known;
 };
 
+/// Never destroyed: a machine that is a static object ends after the main thread's own objects have.
+ThreadOrder &newThreadOrder() {
+    static std::mutex mutex;
+    static auto &orders = *new std::vector<std::unique_ptr<ThreadOrder>>;
+    std::lock_guard lock(mutex);
+    return *orders.emplace_back(std::make_unique<ThreadOrder>());
+}
+
 ThreadOrder &threadOrder() {
-    static thread_local ThreadOrder order;
+    static thread_local ThreadOrder &order = newThreadOrder();
     return order;
 }
 
