@@ -3,7 +3,12 @@
 #include "require.h"
 #include "simulator/framework/framework.h"
 
+#include <unistd.h>
+
 #include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <string>
 
 namespace fuzz {
 
@@ -12,10 +17,28 @@ namespace {
 using HostClock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds longestWait{30};
-/// Errands that wait for one another show nothing for as long.
-constexpr std::chrono::milliseconds stillness{10};
+/// Errands that wait for one another sleep and show nothing for as long.
+constexpr std::chrono::milliseconds stillness{1};
 constexpr std::chrono::microseconds moment{20};
 constexpr std::int64_t beyondEveryTimeOut = 40 * 10'000'000LL;
+
+/// No other thread of this process runs, or would if the host let it (proc_pid_stat(5): the state behind the name).
+bool everybodySleeps() {
+    const std::string own = std::to_string(gettid());
+    std::error_code gone;
+    for (const auto &thread : std::filesystem::directory_iterator("/proc/self/task", gone)) {
+        if (thread.path().filename() == own) {
+            continue;
+        }
+        std::string line;
+        std::getline(std::ifstream(thread.path() / "stat"), line);
+        const std::size_t name = line.rfind(") ");
+        if (name == std::string::npos || line[name + 2] != 'S') {
+            return false;
+        }
+    }
+    return true;
+}
 
 } // namespace
 
@@ -68,7 +91,7 @@ void Errands::rest() {
         }
         std::this_thread::sleep_for(moment);
         const Sight now = look();
-        if (now != seen || timedOut) {
+        if (now != seen || timedOut || !everybodySleeps()) {
             seen = now;
             since = HostClock::now();
         } else if (HostClock::now() - since > stillness) {
