@@ -5,6 +5,9 @@
 #include "framework.h"
 #include "live_objects.h"
 #include "queue.h"
+#include "request.h"
+
+#include <algorithm>
 
 namespace sim::framework {
 
@@ -25,12 +28,38 @@ QueueCounts queueCounts(WDFQUEUE queue) {
     return counts;
 }
 
+std::vector<WDFREQUEST> requestsWithDriver(WDFQUEUE queue) {
+    const Call call{"requestsWithDriver", nullptr};
+    std::vector<WDFREQUEST> handles;
+    for (Request *request : call.object<Queue>(queue).referencedOwned()) {
+        handles.push_back(static_cast<WDFREQUEST>(request->handle()));
+        request->dereference(call.routine, nullptr);
+    }
+    return handles;
+}
+
+void completeForgotten(WDFREQUEST request, NTSTATUS status) {
+    const Call call{"completeForgotten", nullptr};
+    call.object<Request>(request).complete(status, 0);
+}
+
 std::vector<std::string> leaks() {
     return liveObjects();
 }
 
 std::size_t liveObjectCount() {
     return live::objects().size();
+}
+
+std::size_t liveObjectCountWithoutSentRequests() {
+    const auto isSent = [](const Object *object) {
+        return object != nullptr && object->type == ObjectType::request &&
+               !static_cast<const Request *>(object)->presentable();
+    };
+    const std::vector<Object *> objects = live::objects();
+    return static_cast<std::size_t>(std::count_if(objects.begin(), objects.end(), [&](const Object *object) {
+        return !isSent(object) && !isSent(object->parent());
+    }));
 }
 
 } // namespace sim::framework

@@ -81,19 +81,25 @@ NTSTATUS dispatchToPackages(Device &device, PIRP irp) {
 }
 
 NTSTATUS dispatchIrp(PDEVICE_OBJECT deviceObject, PIRP irp) {
-    Device *device = deviceOf(deviceObject);
+    Device *device = referencedDeviceOf(deviceObject);
+    if (!device && isDeletePending(deviceObject)) { // removed since the sender found it at the top of its stack
+        return completeIrp(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
+    }
     if (!device) {
-        bugCheck("device object", "IofCallDriver",
-                 "an IRP was sent to a device object that is no framework device, or that has been removed",
+        bugCheck("device object", "IofCallDriver", "an IRP was sent to a device object that is no framework device",
                  SIM_CALL_SITE);
     }
     const IO_STACK_LOCATION &location = *IoGetCurrentIrpStackLocation(irp);
     const auto found = device->settings.preprocess.find(location.MajorFunction);
     if (found != device->settings.preprocess.end() && handlesMinor(found->second, location.MinorFunction)) {
         CallbackContract contract("EvtDeviceWdmIrpPreprocess");
-        return found->second.routine(device->deviceHandle(), irp);
+        const NTSTATUS status = found->second.routine(device->deviceHandle(), irp);
+        device->dereference("IofCallDriver", nullptr);
+        return status;
     }
-    return dispatchToPackages(*device, irp);
+    const NTSTATUS status = dispatchToPackages(*device, irp);
+    device->dereference("IofCallDriver", nullptr);
+    return status;
 }
 
 namespace {

@@ -17,9 +17,9 @@ namespace {
 
 constexpr std::uint8_t untouched = 0xCC;
 
-/// The one system buffer that a buffered request's input and output share; freed with the IRP.
-void giveSystemBuffer(PIRP irp, const ControlRequest &request) {
-    const std::size_t bytes = std::max(request.input.size(), request.outputBytes);
+/// The system buffer of a request's input, and of its output when the two share it; freed with the IRP.
+void giveSystemBuffer(PIRP irp, const ControlRequest &request, std::size_t outputBytes) {
+    const std::size_t bytes = std::max(request.input.size(), outputBytes);
     if (bytes == 0) {
         return;
     }
@@ -71,21 +71,33 @@ void PendingIo::start(PETHREAD thread) {
     parameters.OutputBufferLength = static_cast<ULONG>(request_.outputBytes);
     switch (METHOD_FROM_CTL_CODE(request_.code)) {
     case METHOD_BUFFERED:
-        giveSystemBuffer(irp_, request_);
+        giveSystemBuffer(irp_, request_, request_.outputBytes);
         irp_->UserBuffer = output_.data();
         break;
     case METHOD_NEITHER:
         parameters.Type3InputBuffer = const_cast<std::uint8_t *>(request_.input.data());
         irp_->UserBuffer = output_.data();
         break;
-    default:
-        notSimulated("DeviceIoControl", "direct I/O, control code " + hex(request_.code), nullptr);
+    default: // direct I/O: the driver gets at the output, in either direction, through a description of its pages
+        giveSystemBuffer(irp_, request_, 0);
+        if (!output_.empty()) {
+            describeOutput();
+        }
+        break;
     }
     irpUsers_ = 1;
     self_ = shared_from_this();
     IoSetCompletionRoutine(irp_, cameBack, this, TRUE, TRUE, TRUE);
     const InProcess inside(file_->processId());
     IofCallDriver(top, irp_);
+}
+
+void PendingIo::describeOutput() {
+    directBuffer_.Size = sizeof directBuffer_;
+    directBuffer_.MappedSystemVa = output_.data();
+    directBuffer_.StartVa = output_.data();
+    directBuffer_.ByteCount = static_cast<ULONG>(output_.size());
+    irp_->MdlAddress = &directBuffer_;
 }
 
 NTSTATUS PendingIo::cameBack(PDEVICE_OBJECT, PIRP, PVOID context) {

@@ -55,6 +55,7 @@ class PendingIo : public std::enable_shared_from_this<PendingIo> {
     static NTSTATUS cameBack(PDEVICE_OBJECT, PIRP, PVOID context);
     void refuse(NTSTATUS status);
     void start(PETHREAD thread);
+    void describeOutput();
     void userLeaves();
     void finish();
     struct Mistake {
@@ -69,6 +70,7 @@ class PendingIo : public std::enable_shared_from_this<PendingIo> {
     const std::shared_ptr<Bell> bell_;
     std::shared_ptr<PendingIo> self_; ///< while the driver has it
     PIRP irp_ = nullptr;
+    MDL directBuffer_{};            ///< of the caller's buffer, for direct I/O
     std::atomic<int> irpUsers_ = 0; ///< the I/O itself and threads that cancel it; the last one frees the IRP
 
     std::vector<std::uint8_t> output_;
