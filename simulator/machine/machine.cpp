@@ -251,6 +251,14 @@ DeviceNode *Machine::find(std::string_view name) {
     return implementation_->plugAndPlay.tree().byName(name);
 }
 
+Medium &Machine::medium(std::string_view disk) {
+    const std::shared_ptr<Medium> found = implementation_->plugAndPlay.media().find(std::string(disk));
+    if (found == nullptr) {
+        throw std::invalid_argument("there never was a disk \"" + std::string(disk) + "\"");
+    }
+    return *found;
+}
+
 std::vector<DeviceNode *> Machine::nodes() {
     const std::vector<Node *> all = implementation_->plugAndPlay.tree().all();
     return {all.begin(), all.end()};

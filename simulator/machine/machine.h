@@ -3,6 +3,7 @@
 #include "../kernel/kernel.h"
 #include "device_description.h"
 #include "driver_image.h"
+#include "medium.h"
 
 #include <filesystem>
 #include <functional>
@@ -123,10 +124,13 @@ class Machine {
     /// Sleep (S3): every device that runs leaves D0, those below others first. Wake: back, the other way round.
     void sleep();
     void wake();
-    /// What the system does when it is shut down: IRP_MJ_SHUTDOWN to those that asked for it, then power off. Nothing is
-    /// removed.
+    /// What the system does when it is shut down: IRP_MJ_SHUTDOWN to those that asked for it, then power off. Nothing
+    /// is removed.
     void shutDown();
     DeviceNode *find(std::string_view name);
+    /// What the disk of that name holds, whether it is plugged in or not. Throws std::invalid_argument when there never
+    /// was such a disk.
+    Medium &medium(std::string_view disk);
     std::vector<DeviceNode *> nodes(); ///< every node below the root, parents before children
 
     /// Does what was put off (port cycles, device state questions) and waits for queued log records. Every plug, unplug

@@ -18,6 +18,7 @@ class PlugAndPlay {
     ~PlugAndPlay();
 
     DeviceTree &tree() { return tree_; }
+    const MediumStore &media() const { return media_; }
     std::atomic<MachineObserver *> observer = nullptr;
 
     /// See Machine. These throw std::invalid_argument for a description that no machine could have and std::logic_error
@@ -100,8 +101,10 @@ class PlugAndPlay {
     Services &services_;
     const HubStatuses hubStatuses_;
     DeviceTree tree_;
+    MediumStore media_;
     std::atomic<unsigned> autoNames_ = 0x40;
     std::atomic<unsigned> usbNames_ = 0;
+    std::atomic<unsigned> diskNumbers_ = 0;
     std::map<std::u16string, unsigned> driverKeys_; ///< last number by upcased class; guarded by the tree's mutex
     std::vector<Node *> postponed_;                 ///< guarded by the tree's mutex
     ActionQueue actions_;                           ///< last: its thread ends before anything else goes
