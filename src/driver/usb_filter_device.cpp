@@ -121,6 +121,12 @@ NTSTATUS createUsbFilterDevice(PWDFDEVICE_INIT deviceInit, const UNICODE_STRING 
     return status;
 }
 
+UsbMode usbModeOf(PDEVICE_OBJECT device) {
+    FastMutexLock hold(getDriverContext().usbFilterMutex);
+    const UsbFilterDevice *filter = findUsbFilterDevice(device);
+    return filter != nullptr ? filter->mode : UsbMode::Allowed;
+}
+
 UsbFilterCopy::~UsbFilterCopy() {
     if (memory_) {
         get().~UsbFilterDevice();
