@@ -122,9 +122,13 @@ NTSTATUS createUsbFilterDevice(PWDFDEVICE_INIT deviceInit, const UNICODE_STRING 
 }
 
 UsbMode usbModeOf(PDEVICE_OBJECT device) {
+    const DeviceReference filterObject = findUsbFilterDevice(device);
+    if (!filterObject) {
+        return UsbMode::Allowed;
+    }
     FastMutexLock hold(getDriverContext().usbFilterMutex);
-    const UsbFilterDevice *filter = findUsbFilterDevice(device);
-    return filter != nullptr ? filter->mode : UsbMode::Allowed;
+    const UsbFilterDevice *filter = listedFilter(filterObject.get());
+    return filter != nullptr ? filter->mode : UsbMode::Unknown;
 }
 
 UsbFilterCopy::~UsbFilterCopy() {
