@@ -18,10 +18,18 @@ void convert(ANSI_STRING text, KString &out) {
     }
 }
 
+/// As a number: an enumeration must not hold what its type does not know.
+ULONG busTypeIn(const STORAGE_DEVICE_DESCRIPTOR &header) {
+    static_assert(sizeof(header.BusType) == sizeof(ULONG));
+    ULONG busType = 0;
+    RtlCopyMemory(&busType, &header.BusType, sizeof(busType));
+    return busType;
+}
+
 } // namespace
 
 NTSTATUS getStorageDeviceInfo(PDEVICE_OBJECT device, StorageDeviceInfo &info) {
-    info.busType = BusTypeUnknown;
+    info.busType = 0;
     info.removable = false;
     StorageDescriptor descriptor;
     const NTSTATUS status = descriptor.read(device);
@@ -29,7 +37,7 @@ NTSTATUS getStorageDeviceInfo(PDEVICE_OBJECT device, StorageDeviceInfo &info) {
         return status;
     }
     const STORAGE_DEVICE_DESCRIPTOR &header = descriptor.header();
-    info.busType = header.BusType;
+    info.busType = busTypeIn(header);
     info.removable = header.RemovableMedia != 0;
     LOG_DEBUG(L"ProductIdOffset=", decimal(header.ProductIdOffset), L" ProductRevisionOffset=",
               decimal(header.ProductRevisionOffset), L" SerialNumberOffset=", decimal(header.SerialNumberOffset),

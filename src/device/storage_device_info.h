@@ -1,13 +1,12 @@
 #pragma once
 
-#include <ntddstor.h>
 #include <ntifs.h>
 
 #include "log/kstring.h"
 
 /// A storage device in its own words. Strings that it does not give stay empty.
 struct StorageDeviceInfo {
-    STORAGE_BUS_TYPE busType = BusTypeUnknown;
+    ULONG busType = 0;      ///< a STORAGE_BUS_TYPE, or any other number that the device gives
     bool removable = false; ///< removable media
     KString vendorId;
     KString productId;

@@ -1,5 +1,7 @@
 #include "driver/device_add.h"
 
+#include <ntddstor.h>
+
 #include "device/storage_device_info.h"
 #include "driver/add_device_hook.h"
 #include "driver/driver_context.h"
@@ -45,8 +47,7 @@ NTSTATUS addDisk(PWDFDEVICE_INIT deviceInit, const UNICODE_STRING &hardwareIds) 
     if (!NT_SUCCESS(status)) {
         return status;
     }
-    LOG_INFO(L"Disk information busType = ", decimal(static_cast<ULONG>(disk.busType)), L", isRemovable = ",
-             flag(disk.removable));
+    LOG_INFO(L"Disk information busType = ", decimal(disk.busType), L", isRemovable = ", flag(disk.removable));
     if (disk.busType == BusTypeUsb) {
         return addOrRefuse(deviceInit, hardwareIds, createDiskFilterDevice);
     }

@@ -122,6 +122,7 @@ TEST_F(DiskChoice, AnAnswerThatComesLaterIsWaitedFor) {
 
 TEST_F(DiskChoice, EveryDiskIsAskedAtBoot) {
     unload();
+    machine().presetClassFilters(); // as a start of the machine finds them
     load();
     plugBelowRoot(internalNvme());
     plugBelowRoot(internalSata());

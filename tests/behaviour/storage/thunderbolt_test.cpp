@@ -151,11 +151,11 @@ TEST_F(Thunderbolt, TheServiceIsToldOfTheDecision) {
 
 TEST_F(Thunderbolt, AFailureToTellTheServiceDoesNotFailTheAdd) {
     startWith(listed(none, theDisk));
+    plugDisk();
+    machine().unplug(deviceNode("enclosure disk"));
     sim::UserProcess service{100};
     Handle handle = 0;
     ASSERT_EQ(service.open(linkName, handle), STATUS_SUCCESS);
-    plugDisk();
-    machine().unplug(deviceNode("enclosure disk"));
     failInAdd("WdfRequestCreate", 3); // two questions for capabilities, then the notification
     plugDisk();
     EXPECT_EQ(addOf("enclosure disk").callbackStatus, STATUS_SUCCESS);

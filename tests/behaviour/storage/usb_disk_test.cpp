@@ -153,10 +153,13 @@ TEST_F(UsbDisk, OfAnUndecidedDeviceIsReadOnly) {
     sim::UserProcess service{100};
     Handle handle = 0;
     ASSERT_EQ(service.open(linkName, handle), STATUS_SUCCESS);
+    sim::DeviceDescription device = flashDrive();
+    device.children.clear(); // the disk comes when the service has nothing more to say
     {
         AnsweringService answering(service, handle, 2, [](const MessageBytes &) { return 0U; });
-        plug(flashDrive());
+        plug(device);
     }
+    plug(diskOf(flashDrive(), "stick disk"), &deviceNode("stick"));
     EXPECT_EQ(filterOf("stick").mode, 0U);
     EXPECT_EQ(logOf("stick disk"), lines::all(judgedDisk(ids, 0), Lines{"INFO Init queue"}));
     expectReadOnly("stick disk");

@@ -24,7 +24,7 @@ TEST_F(StorageDeviceInfos, HoldWhatTheDescriptorSays) {
     given.header().SerialNumberOffset = given.addString("A20054F50D478A23");
     disk.answerWith(given.whole());
     ASSERT_EQ(get(), STATUS_SUCCESS);
-    EXPECT_EQ(info.busType, BusTypeUsb);
+    EXPECT_EQ(info.busType, 7u);
     EXPECT_TRUE(info.removable);
     EXPECT_EQ(utf8(info.vendorId), "SanDisk ");
     EXPECT_EQ(utf8(info.productId), "Ultra           ");
@@ -73,10 +73,12 @@ TEST_F(StorageDeviceInfos, AnyValueButZeroMeansRemovableMedia) {
 }
 
 TEST_F(StorageDeviceInfos, AnUnknownBusTypeIsTakenAsItStands) {
-    given.header().BusType = static_cast<STORAGE_BUS_TYPE>(0x7A);
-    disk.answerWith(given.whole());
-    ASSERT_EQ(get(), STATUS_SUCCESS);
-    EXPECT_EQ(static_cast<int>(info.busType), 0x7A);
+    for (const ULONG busType : {0x7AU, 0x10007U, 0xFFFFFFFFU}) {
+        std::memcpy(&given.header().BusType, &busType, sizeof busType);
+        disk.answerWith(given.whole());
+        ASSERT_EQ(get(), STATUS_SUCCESS);
+        EXPECT_EQ(info.busType, busType);
+    }
 }
 
 TEST_F(StorageDeviceInfos, AFailureLeavesNothingFilledAndLogsNothing) {
@@ -84,7 +86,7 @@ TEST_F(StorageDeviceInfos, AFailureLeavesNothingFilledAndLogsNothing) {
     info.removable = true;
     disk.answerInTurn({{STATUS_DEVICE_NOT_CONNECTED, {}}});
     EXPECT_EQ(get(), STATUS_DEVICE_NOT_CONNECTED);
-    EXPECT_EQ(info.busType, BusTypeUnknown);
+    EXPECT_EQ(info.busType, 0u);
     EXPECT_FALSE(info.removable);
     EXPECT_TRUE(info.serialNumber.empty());
     EXPECT_TRUE(takeLines().empty());
