@@ -37,6 +37,18 @@ struct QueueCounts {
 };
 QueueCounts queueCounts(WDFQUEUE queue);
 
+/// How the requests that came to a framework device went on, by their kind.
+struct RequestCounts {
+    unsigned reads = 0;
+    unsigned writes = 0;
+    unsigned deviceControls = 0;
+    unsigned internalDeviceControls = 0;
+};
+/// Calls of a queue's handlers since the device was created; zeros for what is no framework device.
+RequestCounts handlerCalls(PDEVICE_OBJECT device);
+/// Requests that a filter's framework passed down because no handler wants them; the driver was not entered.
+RequestCounts passedDown(PDEVICE_OBJECT device);
+
 /// The library's own part of driver unload bookkeeping: true while a client is bound.
 bool anyClientBound();
 

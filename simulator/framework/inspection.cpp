@@ -25,6 +25,16 @@ QueueCounts queueCounts(WDFQUEUE queue) {
     return counts;
 }
 
+RequestCounts handlerCalls(PDEVICE_OBJECT device) {
+    const Device *found = device ? deviceOf(device) : nullptr;
+    return found ? found->handlerCalls.counts() : RequestCounts();
+}
+
+RequestCounts passedDown(PDEVICE_OBJECT device) {
+    const Device *found = device ? deviceOf(device) : nullptr;
+    return found ? found->passedDown.counts() : RequestCounts();
+}
+
 std::vector<std::string> leaks() {
     return liveObjects();
 }

@@ -4,6 +4,7 @@
 #include "device_description.h"
 #include "driver_image.h"
 #include "medium.h"
+#include "volume.h"
 
 #include <filesystem>
 #include <functional>
@@ -113,6 +114,7 @@ class Machine {
     DeviceNode &rootNode();       ///< the node every tree ends in
     DeviceNode &hostController(); ///< a USB host controller with its root hub below, made on first use
     DeviceNode &rootHub();
+    DeviceNode &pciRoot(); ///< the PCI bus that the host controller is on, made on first use
     /// Enumerates a device below `parent` (default: the root hub), builds its stack, starts it and enumerates its
     /// children. Works in the calling thread. Throws std::invalid_argument for a description that contradicts itself or
     /// the machine (name or instance id in use, no free port), std::logic_error when `parent` is not started.
@@ -131,6 +133,10 @@ class Machine {
     /// What the disk of that name holds, whether it is plugged in or not. Throws std::invalid_argument when there never
     /// was such a disk.
     Medium &medium(std::string_view disk);
+    /// The volume on the disk of that name, mounted when the disk arrived with a medium. Null without one.
+    std::shared_ptr<Volume> volume(std::string_view disk);
+    /// Mounts a running disk's medium, as after a change of the medium.
+    std::shared_ptr<Volume> mount(DeviceNode &disk);
     std::vector<DeviceNode *> nodes(); ///< every node below the root, parents before children
 
     /// Does what was put off (port cycles, device state questions) and waits for queued log records. Every plug, unplug

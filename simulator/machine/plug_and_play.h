@@ -5,6 +5,7 @@
 #include "device_tree.h"
 #include "services.h"
 #include "stack_plan.h"
+#include "volume.h"
 
 #include <atomic>
 
@@ -19,6 +20,10 @@ class PlugAndPlay {
 
     DeviceTree &tree() { return tree_; }
     const MediumStore &media() const { return media_; }
+    /// The volume that was mounted last on the disk of that name; null without one.
+    std::shared_ptr<Volume> volume(const std::string &disk);
+    /// Mounts the medium (again). Null when the disk does not run.
+    std::shared_ptr<Volume> mount(Node &node);
     std::atomic<MachineObserver *> observer = nullptr;
 
     /// See Machine. These throw std::invalid_argument for a description that no machine could have and std::logic_error
@@ -102,6 +107,7 @@ class PlugAndPlay {
     const HubStatuses hubStatuses_;
     DeviceTree tree_;
     MediumStore media_;
+    std::map<std::string, std::shared_ptr<Volume>> volumes_; ///< guarded by the tree's mutex
     std::atomic<unsigned> autoNames_ = 0x40;
     std::atomic<unsigned> usbNames_ = 0;
     std::atomic<unsigned> diskNumbers_ = 0;

@@ -1,9 +1,13 @@
 #include "storage_device.h"
 
 #include "../kernel/strings.h"
+#include "place_hash.h"
 #include "setup_classes.h"
 
 #include <fmt/format.h>
+
+#include <map>
+#include <utility>
 
 namespace sim {
 
@@ -58,7 +62,131 @@ std::vector<std::u16string> diskHardwareIds(std::u16string_view enumerator, cons
     return ids;
 }
 
+/// Who made a PCI function, and what it is.
+struct PciIdentity {
+    std::uint16_t vendor;
+    std::uint16_t device;
+    std::uint32_t classCode;  ///< three bytes: base class, sub-class, programming interface
+    std::string portSuffix{}; ///< "&DT_6" of a PCI Express port
+};
+
+/// learn.microsoft.com: "Identifiers for PCI devices"; those with the port type are recalled.
+DeviceDescription pciFunction(std::string name, const PciIdentity &identity, const SetupClass &setupClass,
+                              std::u16string service, std::u16string description) {
+    const std::string device = fmt::format("PCI\\VEN_{:04X}&DEV_{:04X}", identity.vendor, identity.device);
+    const std::string maker = fmt::format("PCI\\VEN_{:04X}", identity.vendor);
+    const std::string subsystem = fmt::format("{}&SUBSYS_0000{:04X}", device, identity.vendor);
+    const std::string longCode = fmt::format("CC_{:06X}", identity.classCode);
+    const std::string shortCode = fmt::format("CC_{:04X}", identity.classCode >> 8);
+    DeviceDescription function;
+    function.instanceId = toUtf16(fmt::format("{}&REV_01\\4&{:x}&0&00E0", subsystem, placeHash(name)));
+    function.name = std::move(name);
+    function.hardwareIds.emplace();
+    for (const std::string &id :
+         {subsystem + "&REV_01", subsystem, device + "&" + longCode, device + "&" + shortCode}) {
+        function.hardwareIds->push_back(toUtf16(id));
+    }
+    function.compatibleIds.emplace();
+    for (const std::string &id : {device + "&REV_01", device, maker + "&" + longCode, maker + "&" + shortCode, maker,
+                                  "PCI\\" + longCode + identity.portSuffix, "PCI\\" + longCode,
+                                  "PCI\\" + shortCode + identity.portSuffix, "PCI\\" + shortCode}) {
+        if (function.compatibleIds->empty() || function.compatibleIds->back() != toUtf16(id)) {
+            function.compatibleIds->push_back(toUtf16(id));
+        }
+    }
+    const bool isBridge = identity.classCode >> 8 == 0x0604;
+    function.matchingDeviceId = toUtf16("PCI\\" + (isBridge ? shortCode + identity.portSuffix : longCode));
+    function.classGuid = setupClass.guid;
+    function.service = std::move(service);
+    function.description = std::move(description);
+    function.address = 0x001C0000; // device 28, function 0
+    function.removable = false;
+    function.uniqueId = false;
+    return function;
+}
+
+/// The instance that storport gives its first unit on a controller.
+std::u16string firstUnit(std::string_view controller) {
+    return toUtf16(fmt::format("5&{:x}&0&000000", placeHash(controller)));
+}
+
 } // namespace
+
+DeviceDescription usbMultiDisk(std::string name, const UsbIdentity &identity, const std::vector<DiskIdentity> &units) {
+    DeviceDescription device = usbFlashDrive(std::move(name), identity);
+    const std::u16string parent = device.instanceId.substr(device.instanceId.rfind(u'\\') + 1);
+    device.children.clear();
+    for (std::size_t unit = 0; unit < units.size(); ++unit) {
+        device.children.push_back(diskDevice(fmt::format("{} disk {}", device.name, unit), u"USBSTOR", units[unit],
+                                             parent + toUtf16(fmt::format("&{}", unit))));
+        device.children.back().address = static_cast<std::uint32_t>(unit);
+    }
+    return device;
+}
+
+DeviceDescription nvmeDisk(std::string name, const DiskIdentity &identity) {
+    DeviceDescription controller = pciFunction(std::move(name), {0x144D, 0xA808, 0x010802}, setup::scsiAdapter,
+                                               u"stornvme", u"Standard NVM Express Controller");
+    DiskIdentity unit = identity;
+    unit.vendor = "NVMe";
+    controller.children.push_back(diskDevice(controller.name + " disk", u"SCSI", unit, firstUnit(controller.name)));
+    controller.children.back().disk->vendor = std::nullopt; // recalled: such disks give no vendor
+    controller.children.back().disk->product = identity.product;
+    return controller;
+}
+
+DeviceDescription sataDisk(std::string name, const DiskIdentity &identity) {
+    DeviceDescription controller = pciFunction(std::move(name), {0x8086, 0xA352, 0x010601}, setup::diskController,
+                                               u"storahci", u"Standard SATA AHCI Controller");
+    controller.children.push_back(diskDevice(controller.name + " disk", u"SCSI", identity, firstUnit(controller.name)));
+    return controller;
+}
+
+DeviceDescription memoryCardReader(std::string name, CardKind kind, const DiskIdentity &card) {
+    DeviceDescription host = pciFunction(std::move(name), {0x10EC, 0x5229, 0x080501}, setup::sdHost, u"sdbus",
+                                         u"SDA Standard Compliant SD Host Controller");
+    DeviceDescription inserted;
+    inserted.name = host.name + " card";
+    const std::string type = kind == CardKind::sd ? "SD\\CLASS_STORAGE" : "SD\\CLASS_MMC";
+    const std::string id = fmt::format("SD\\VID_03&OID_5344&PID_{}&REV_8.0", withoutBlanks(idField(card.product, 5)));
+    inserted.instanceId = toUtf16(fmt::format("{}\\5&{:x}&0&0", id, placeHash(host.name)));
+    inserted.hardwareIds = {toUtf16(id)};
+    inserted.compatibleIds = {toUtf16(type)};
+    inserted.matchingDeviceId = toUtf16(type);
+    inserted.classGuid = setup::sdHost.guid;
+    inserted.service = u"sdstor";
+    inserted.description = u"SD Storage Class Controller";
+    inserted.uniqueId = false;
+    DiskIdentity unit = card;
+    unit.removableMedia = true;
+    DeviceDescription disk = diskDevice(host.name + " disk", u"SD", unit, firstUnit(host.name));
+    disk.disk->busType = kind == CardKind::sd ? 12 : 13;
+    inserted.children.push_back(std::move(disk));
+    host.children.push_back(std::move(inserted));
+    return host;
+}
+
+DeviceDescription pciePort(std::string name, PciePort type, std::vector<DeviceDescription> children) {
+    static const std::map<PciePort, std::pair<std::string, std::u16string>> types{
+        {PciePort::root, {"&DT_4", u"PCI Express Root Port"}},
+        {PciePort::upstream, {"&DT_5", u"PCI Express Upstream Switch Port"}},
+        {PciePort::downstream, {"&DT_6", u"PCI Express Downstream Switch Port"}}};
+    const auto &[suffix, description] = types.at(type);
+    DeviceDescription port =
+        pciFunction(std::move(name), {0x8086, 0x15D3, 0x060400, suffix}, setup::system, u"pci", description);
+    port.children = std::move(children);
+    return port;
+}
+
+DeviceDescription nvmeBehindSwitch(std::string name, const DiskIdentity &identity, bool removable) {
+    DeviceDescription controller = nvmeDisk(name, identity);
+    controller.removable = removable;
+    DeviceDescription downstream = pciePort(name + " downstream", PciePort::downstream, {std::move(controller)});
+    downstream.removable = removable;
+    DeviceDescription upstream = pciePort(name + " upstream", PciePort::upstream, {std::move(downstream)});
+    upstream.removable = removable;
+    return upstream;
+}
 
 DeviceDescription diskDevice(std::string name, std::u16string_view enumerator, const DiskIdentity &identity,
                              std::u16string_view instance) {

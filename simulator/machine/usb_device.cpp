@@ -1,6 +1,7 @@
 #include "usb_device.h"
 
 #include "../kernel/strings.h"
+#include "place_hash.h"
 #include "setup_classes.h"
 #include "storage_device.h"
 
@@ -16,15 +17,6 @@ namespace {
 
 std::string vendorAndProduct(const UsbIdentity &identity) {
     return fmt::format("USB\\VID_{:04X}&PID_{:04X}", identity.vendorId, identity.productId);
-}
-
-/// Stands in for the hash of the place where the device is plugged: the same name gives the same digits.
-std::uint32_t placeHash(std::string_view name) {
-    std::uint32_t hash = 2166136261U;
-    for (const char letter : name) {
-        hash = (hash ^ static_cast<unsigned char>(letter)) * 16777619U;
-    }
-    return hash;
 }
 
 /// The serial number, unless one of its characters may not occur in an instance id.
