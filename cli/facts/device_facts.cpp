@@ -128,6 +128,7 @@ const std::vector<FactKey> &deviceKeys() {
 const std::vector<FactKey> &stepKeys() {
     static const std::vector<FactKey> keys{
         {"status", FactKind::status, {}},
+        {"bytes", FactKind::bytes, {}},
         {"loaded", FactKind::flag, {}},
         {"log", FactKind::lines, {}},
         {"step-log", FactKind::lines, {}},

@@ -10,7 +10,7 @@
 namespace cli {
 
 /// How the value of an expectation key is written in a scenario.
-enum class FactKind { word, mode, text, status, number, flag, texts, lines, message };
+enum class FactKind { word, mode, text, status, number, flag, bytes, texts, lines, message };
 
 /// A key under which scenarios and reports speak of an observed fact.
 struct FactKey {

@@ -3,6 +3,7 @@
 #include "../../simulator/kernel/strings.h"
 #include "../../simulator/machine/machine.h"
 #include "../text/display.h"
+#include "disk_steps.h"
 #include "expectation_check.h"
 #include "machine_setup.h"
 #include "recorder.h"
@@ -44,7 +45,7 @@ class Playback {
             perform(step, ++number);
         }
         finish();
-        result_.expectations = check_->count();
+        result_.expectations = check_->count() + diskExpectations_;
         result_.driverCalls = machine_.kernel().faults.callsSeen(sim::FaultThread::driver);
         result_.workerCalls = machine_.kernel().faults.callsSeen(sim::FaultThread::worker);
         return std::move(result_);
@@ -104,6 +105,10 @@ class Playback {
             check_->check(device->description.name, device->expectations, current_);
         }
         check_->check(step.expectations, current_);
+        for (const DiskExpectation &expectation : step.expectations.disks) {
+            disks_.check(expectation, current_);
+            ++diskExpectations_;
+        }
     }
 
     /// What is reported of a device is how things stood at the end of the step that brought it.
@@ -148,6 +153,7 @@ class Playback {
         machine_.kernel().files.setMounted(true);
         machine_.kernel().workers.resume();
         services_.closeAll();
+        disks_.end();
         machine_.unloadDriver();
         endStep();
         addLeaks();
@@ -167,6 +173,22 @@ class Playback {
             throw StepFailure(fmt::format("'{}' is not plugged in", name));
         }
         return *node;
+    }
+
+    sim::DeviceNode &presentDisk(const std::string &name) {
+        sim::DeviceNode &node = present(name);
+        if (node.hasMedium()) {
+            return node;
+        }
+        throw StepFailure(fmt::format("'{}' is no disk", name));
+    }
+
+    std::shared_ptr<sim::Volume> mounted(const std::string &disk) {
+        auto volume = machine_.volume(disk);
+        if (volume == nullptr) {
+            throw StepFailure(fmt::format("nothing is mounted on '{}'", disk));
+        }
+        return volume;
     }
 
     void plug(const ScenarioDevice &device) {
@@ -213,6 +235,8 @@ class Playback {
     PlayResult result_;
     StepResult current_;
     ServiceProcesses services_;
+    DiskSteps disks_{machine_};
+    std::size_t diskExpectations_ = 0;
     StepFaults faults_{machine_.kernel().faults, !options_.onlyEvents};
     std::vector<const ScenarioDevice *> plugged_; ///< in this step, for the first time
     std::set<const ScenarioDevice *> checkedOnce_;
@@ -307,6 +331,35 @@ class Playback {
     void operator()(const CloseControlDevice &action) {
         if (!services_.close(action.processId)) {
             throw StepFailure(fmt::format("process {} does not have the control device open", action.processId));
+        }
+    }
+
+    void operator()(const UseDisk &action) { disks_.use(action, presentDisk(action.disk), current_); }
+
+    void operator()(const AwaitDisk &action) {
+        if (!disks_.await(action.disk, current_)) {
+            throw StepFailure(fmt::format("no request to '{}' is under way", action.disk));
+        }
+    }
+
+    void operator()(const SaveToVolume &action) {
+        current_.status = mounted(action.disk)->save(action.offset, action.data);
+    }
+
+    void operator()(const WriteBack &action) { mounted(action.disk)->writeBack(); }
+
+    void operator()(const MountMedium &action) {
+        if (machine_.mount(presentDisk(action.disk)) == nullptr) {
+            throw StepFailure(fmt::format("'{}' does not run", action.disk));
+        }
+    }
+
+    void operator()(const ChangeMedium &action) {
+        sim::Medium &medium = machine_.medium(presentDisk(action.disk).description().name);
+        medium.setPresent(action.present.value_or(medium.present()));
+        medium.setWriteProtected(action.writeProtected.value_or(medium.writeProtected()));
+        if (action.stalled) {
+            *action.stalled ? medium.stall() : medium.resume();
         }
     }
 

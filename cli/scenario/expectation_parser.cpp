@@ -5,6 +5,7 @@
 #include "../facts/message_fields.h"
 #include "../reg/key_paths.h"
 #include "../text/display.h"
+#include "disk_parser.h"
 #include "suggestion.h"
 #include "usb_parser.h"
 
@@ -133,6 +134,11 @@ Expected parseExpected(const YamlNode &node, const FactKey &key) {
     case FactKind::number:
         expected.equals = asFact(node.number(key.name, ~std::uint64_t{0}));
         break;
+    case FactKind::bytes:
+        if (const auto bytes = node.bytes(key.name)) {
+            expected.equals = hexText(*bytes);
+        }
+        break;
     case FactKind::flag:
         expected.equals = asFact(node.flag(key.name));
         break;
@@ -250,6 +256,9 @@ StepExpectations parseStepExpectations(const YamlNode &node, const std::string &
     }
     if (const auto registry = reader.take("registry")) {
         parseRegistry(*registry, expectations.registry);
+    }
+    if (const auto disks = reader.take("disks")) {
+        expectations.disks = parseDiskExpectations(*disks);
     }
     if (const auto files = reader.take("files")) {
         MapReader(*files, "files");

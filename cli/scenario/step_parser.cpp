@@ -1,6 +1,7 @@
 #include "step_parser.h"
 
 #include "../../simulator/machine/machine.h"
+#include "disk_parser.h"
 #include "expectation_parser.h"
 #include "registry_parser.h"
 #include "suggestion.h"
@@ -138,6 +139,14 @@ const std::vector<ActionName> &actionNames() {
         {"files", false, [](const YamlNode &node) { return ChangeFiles{parseTempFiles(node)}; }},
         {"open", false, [](const YamlNode &node) { return OpenControlDevice{parseProcess(node)}; }},
         {"close", false, [](const YamlNode &node) { return CloseControlDevice{parseProcess(node)}; }},
+        {"read", false, parseRead},
+        {"write", false, parseWrite},
+        {"disk-control", false, parseDiskControl},
+        {"await", false, parseAwait},
+        {"save", false, parseSave},
+        {"write-back", false, parseWriteBack},
+        {"mount", false, parseMount},
+        {"medium", false, parseMedium},
         {"clock", false, parseClock},
         {"advance", false, parseAdvance},
         {"volume", false, parseVolume},

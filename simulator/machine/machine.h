@@ -34,6 +34,7 @@ class DeviceNode {
     /// Drivers of the stack, bottom first, e.g. {"\Driver\USBHUB3", "\Driver\TarvenholtMyrtelhavenDriver",
     /// "\Driver\USBSTOR"}.
     virtual std::vector<std::u16string> stack() const = 0;
+    virtual bool hasMedium() const = 0;       ///< it is a disk, or a drive for media
     virtual std::string security() const = 0; ///< SDDL of the physical device object now
 };
 

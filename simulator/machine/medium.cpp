@@ -11,8 +11,22 @@ Medium::Medium(const MediumDescription &description)
     : size_(description.bytes), sectorBytes_(description.sectorBytes), bytes_(description.bytes),
       writeProtected_(description.writeProtected), present_(description.present) {
     for (std::size_t i = 0; i < bytes_.size(); ++i) {
-        bytes_[i] = static_cast<std::uint8_t>(i * 7 + i / sectorBytes_ * 31 + 1);
+        bytes_[i] = firstByte(i);
     }
+}
+
+std::uint8_t Medium::firstByte(std::size_t offset) const {
+    return static_cast<std::uint8_t>(offset * 7 + offset / sectorBytes_ * 31 + 1);
+}
+
+bool Medium::unchanged() const {
+    const std::lock_guard lock(mutex_);
+    for (std::size_t i = 0; i < bytes_.size(); ++i) {
+        if (bytes_[i] != firstByte(i)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 std::vector<std::uint8_t> Medium::contents() const {

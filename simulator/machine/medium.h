@@ -21,6 +21,8 @@ class Medium {
     std::uint32_t sectorBytes() const { return sectorBytes_; }
     std::vector<std::uint8_t> contents() const;
     std::vector<std::uint8_t> contents(std::uint64_t offset, std::size_t length) const;
+    /// Whether every byte is as it was at first.
+    bool unchanged() const;
     /// Sets bytes as another machine would; no driver sees it.
     void put(std::uint64_t offset, const std::vector<std::uint8_t> &bytes);
 
@@ -49,6 +51,8 @@ class Medium {
     void abandon(const void *owner);
 
   private:
+    std::uint8_t firstByte(std::size_t offset) const;
+
     struct Waiting {
         const void *owner;
         std::function<void()> work;
