@@ -40,6 +40,7 @@ void DecisionTrace::begin(std::vector<std::u16string> ids) {
     lastValue_.clear();
     walked_ = nullptr;
     policyWasRead_ = false;
+    sdCardModeWasRead_ = false;
     rulesWereAsked_ = false;
     filterableBy_.reset();
     decidedBy_.reset();
@@ -60,6 +61,7 @@ void DecisionTrace::observe(const sim::TraceEvent &event) {
         lastValue_ = event.text;
         lastValueIsEmpty_.reset();
         policyWasRead_ = policyWasRead_ || isRuleList(event.text);
+        sdCardModeWasRead_ = sdCardModeWasRead_ || sim::equalNoCase(event.text, u"SdCardMode");
         break;
     case sim::TraceEvent::Kind::tableInsert:
         inserted(event);

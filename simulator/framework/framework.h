@@ -49,6 +49,10 @@ RequestCounts handlerCalls(PDEVICE_OBJECT device);
 /// Requests that a filter's framework passed down because no handler wants them; the driver was not entered.
 RequestCounts passedDown(PDEVICE_OBJECT device);
 
+/// Whether a default queue of the framework device takes writes away from the drivers below; false for what is no
+/// framework device.
+bool takesWrites(PDEVICE_OBJECT device);
+
 /// The library's own part of driver unload bookkeeping: true while a client is bound.
 bool anyClientBound();
 
