@@ -83,13 +83,14 @@ bool failedBeforeItsDiskWasKnown(const DeviceOutcome &sound, const DeviceOutcome
                         [](const LogLine &line) { return line.text.starts_with("Disk information"); });
 }
 
-/// Whether the log of the add names its status in an error line. A log that is off names nothing, and nothing is said
-/// of devices that the driver would not filter.
+/// Whether the log of the add names its status in an error line; of a disk that works without its filter the reason is
+/// enough. A log that is off names nothing, and nothing is said of devices that the driver would not filter.
 bool failureIsLogged(const DeviceOutcome &sound, const DeviceOutcome &outcome) {
     const std::string status = fmt::format("{:x}", static_cast<std::uint32_t>(*outcome.callbackStatus));
     return sound.log.empty() || sound.attached == "nothing" || failedBeforeItsDiskWasKnown(sound, outcome) ||
            std::any_of(outcome.log.begin(), outcome.log.end(), [&](const LogLine &line) {
-               return line.level == "ERROR" && line.text.find(status) != std::string::npos;
+               return line.level == "ERROR" &&
+                      (line.text.find(status) != std::string::npos || worksWithoutItsFilter(outcome));
            });
 }
 
