@@ -53,6 +53,10 @@ RequestCounts passedDown(PDEVICE_OBJECT device);
 /// framework device.
 bool takesWrites(PDEVICE_OBJECT device);
 
+/// Threads that wait in a synchronous send to a device of the bound driver itself, for an answer that may have to come
+/// from user mode.
+std::size_t parkedSends();
+
 /// The library's own part of driver unload bookkeeping: true while a client is bound.
 bool anyClientBound();
 
