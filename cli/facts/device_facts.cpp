@@ -125,6 +125,20 @@ const std::vector<FactKey> &deviceKeys() {
     return keys;
 }
 
+const std::vector<FactKey> &requestKeys() {
+    static const std::vector<FactKey> keys{
+        {"pending", FactKind::flag, {}},
+        {"status", FactKind::status, {}},
+        {"information", FactKind::number, {}},
+        {"bytes", FactKind::bytes, {}},
+        {"text", FactKind::text, {}},
+        {"message", FactKind::message, {}},
+        {"notification", FactKind::notification, {}},
+        {"devices", FactKind::listing, {}},
+    };
+    return keys;
+}
+
 const std::vector<FactKey> &stepKeys() {
     static const std::vector<FactKey> keys{
         {"status", FactKind::status, {}},

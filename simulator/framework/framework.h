@@ -37,6 +37,10 @@ struct QueueCounts {
 };
 QueueCounts queueCounts(WDFQUEUE queue);
 
+/// Threads that wait in a synchronous send to a device of the bound driver itself, for an answer that may have to come
+/// from user mode.
+std::size_t parkedSends();
+
 /// The library's own part of driver unload bookkeeping: true while a client is bound.
 bool anyClientBound();
 
