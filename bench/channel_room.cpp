@@ -1,6 +1,7 @@
 #include "channel_room.h"
 
 #include "driver/driver_context.h"
+#include "linked_driver.h"
 #include "simulator/kernel/strings.h"
 #include "simulator/machine/usb_device.h"
 #include "support/text.h"
@@ -10,32 +11,16 @@
 #include <cstring>
 #include <stdexcept>
 
-extern "C" DRIVER_INITIALIZE FxDriverEntry;
-
 namespace bench {
 namespace {
 
 constexpr unsigned portsOfHub = 100;
 
-/// The driver's code that is linked into this program; its entry sets up all that it keeps outside its contexts.
-class LinkedImage final : public sim::DriverImage {
-  public:
-    NTSTATUS callEntry(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath) override {
-        return FxDriverEntry(driver, registryPath);
-    }
-};
-
 sim::MachineOptions withLinkedDriver() {
     sim::MachineOptions options;
     options.hubDrivers = {u"USBHUB3", u"USBHUB"};
-    options.openImage = [] { return std::make_unique<LinkedImage>(); };
+    options.openImage = openLinkedDriver;
     return options;
-}
-
-void demand(NTSTATUS status, const char *what) {
-    if (!NT_SUCCESS(status)) {
-        throw std::runtime_error(fmt::format("{}: 0x{:08x}", what, static_cast<std::uint32_t>(status)));
-    }
 }
 
 } // namespace
