@@ -10,7 +10,7 @@
 namespace cli {
 
 /// How the value of an expectation key is written in a scenario.
-enum class FactKind { word, mode, text, status, number, flag, bytes, texts, lines, message };
+enum class FactKind { word, mode, text, status, number, flag, texts, lines, message, bytes, notification, listing };
 
 /// A key under which scenarios and reports speak of an observed fact.
 struct FactKey {
@@ -21,6 +21,9 @@ struct FactKey {
 
 /// Keys for one device, e.g. "attached", "decision", "rule".
 const std::vector<FactKey> &deviceKeys();
+
+/// Keys for a request that a process made, e.g. "pending", "bytes".
+const std::vector<FactKey> &requestKeys();
 
 /// Keys for a step as a whole, e.g. "status", "log", "leaks".
 const std::vector<FactKey> &stepKeys();

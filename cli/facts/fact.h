@@ -44,7 +44,8 @@ struct TextConditions {
 struct Expected {
     std::optional<Fact> equals;
     TextConditions conditions;
-    std::vector<std::pair<std::string, Fact>> fields; ///< of a service message
+    std::vector<std::pair<std::string, Fact>> fields; ///< of a record, such as a service message
+    std::optional<std::vector<std::vector<std::pair<std::string, Fact>>>> records; ///< of a list of records
 };
 
 /// How an expectation was not met.

@@ -21,6 +21,23 @@ const std::vector<MessageField> &messageFields() {
     return fields;
 }
 
+const std::vector<MessageField> &notificationFields() {
+    using enum MessageField::Kind;
+    static const std::vector<MessageField> fields{
+        {"mode", 0, 4, number}, {"text-a", 4, 200, text}, {"text-b", 204, 200, text}};
+    return fields;
+}
+
+const std::vector<MessageField> &listedDeviceFields() {
+    using enum MessageField::Kind;
+    static const std::vector<MessageField> fields{
+        {"valid", 0, 4, number},         {"mode", 4, 4, number},           {"vendor-id", 8, 4, number},
+        {"product-id", 12, 4, number},   {"rule-type", 16, 4, number},     {"serial", 20, 256, text},
+        {"device-name", 276, 256, text}, {"manufacturer", 532, 256, text},
+    };
+    return fields;
+}
+
 Fact messageFact(const std::vector<std::uint8_t> &message, const MessageField &field) {
     if (message.size() < field.offset + field.size) {
         return Absent();

@@ -21,8 +21,12 @@ struct MessageField {
     Kind kind;
 };
 const std::vector<MessageField> &messageFields();
+/// Those of the records that a process receives: a notification, and a device of the listing.
+const std::vector<MessageField> &notificationFields();
+const std::vector<MessageField> &listedDeviceFields();
+inline constexpr std::size_t listedDeviceSize = 788;
 
-/// One field's content; Absent when the message is too short to hold it.
+/// One field's content; Absent when the record is too short to hold it.
 Fact messageFact(const std::vector<std::uint8_t> &message, const MessageField &field);
 
 } // namespace cli

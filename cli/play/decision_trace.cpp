@@ -25,41 +25,13 @@ std::u16string textOfElement(const void *element) {
 
 } // namespace
 
-DecisionTrace::DecisionTrace(sim::Kernel &kernel) : kernel_(kernel) {
-    kernel_.trace.setObserver([this](const sim::TraceEvent &event) { observe(event); });
-}
-
-DecisionTrace::~DecisionTrace() {
-    kernel_.trace.setObserver({});
-}
-
-void DecisionTrace::begin(std::vector<std::u16string> ids) {
-    thread_ = std::this_thread::get_id();
-    ids_ = std::move(ids);
-    tables_.clear();
-    lastValue_.clear();
-    walked_ = nullptr;
-    policyWasRead_ = false;
-    rulesWereAsked_ = false;
-    filterableBy_.reset();
-    decidedBy_.reset();
-    watching_ = true;
-}
-
-void DecisionTrace::end() {
-    watching_ = false;
-}
-
 void DecisionTrace::observe(const sim::TraceEvent &event) {
-    // Log workers use tables too (for file names); only the thread that judges the device counts.
-    if (!watching_ || std::this_thread::get_id() != thread_) {
-        return;
-    }
     switch (event.kind) {
     case sim::TraceEvent::Kind::registryValueRead:
         lastValue_ = event.text;
         lastValueIsEmpty_.reset();
         policyWasRead_ = policyWasRead_ || isRuleList(event.text);
+        sdCardModeWasRead_ = sdCardModeWasRead_ || sim::equalNoCase(event.text, u"SdCardMode");
         break;
     case sim::TraceEvent::Kind::tableInsert:
         inserted(event);
@@ -150,6 +122,35 @@ std::u16string DecisionTrace::idEqualTo(const std::u16string &rule) const {
         }
     }
     return rule;
+}
+
+DecisionTraces::DecisionTraces(sim::Kernel &kernel) : kernel_(kernel) {
+    // Log workers use tables too (for file names); only threads that judge a device count.
+    kernel_.trace.setObserver([this](const sim::TraceEvent &event) {
+        if (DecisionTrace *trace = ofThisThread()) {
+            trace->observe(event);
+        }
+    });
+}
+
+DecisionTraces::~DecisionTraces() {
+    kernel_.trace.setObserver({});
+}
+
+DecisionTrace *DecisionTraces::ofThisThread() {
+    const std::lock_guard lock(mutex_);
+    const auto found = traces_.find(std::this_thread::get_id());
+    return found == traces_.end() ? nullptr : found->second.get();
+}
+
+void DecisionTraces::begin(std::vector<std::u16string> ids) {
+    const std::lock_guard lock(mutex_);
+    traces_[std::this_thread::get_id()] = std::make_unique<DecisionTrace>(kernel_, std::move(ids));
+}
+
+std::unique_ptr<DecisionTrace> DecisionTraces::end() {
+    const std::lock_guard lock(mutex_);
+    return std::move(traces_.extract(std::this_thread::get_id()).mapped());
 }
 
 } // namespace cli

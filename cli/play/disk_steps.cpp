@@ -44,7 +44,9 @@ void compareNumbers(const DiskExpectation &expectation, const std::string &what,
 
 void DiskSteps::use(const UseDisk &action, sim::DeviceNode &disk, StepResult &step) {
     Waiting one{};
-    const NTSTATUS opened = program_.open(disk.physicalDevice(), one.handle);
+    // A program knows a disk by the name that its class driver gives it, if it runs.
+    const NTSTATUS opened =
+        disk.started() ? program_.open(disk.physicalDevice(), one.handle) : STATUS_OBJECT_NAME_NOT_FOUND;
     if (!NT_SUCCESS(opened)) {
         step.status = opened;
         return;

@@ -6,6 +6,7 @@
 #include "../text/display.h"
 #include "driver_contexts.h"
 #include "log_watch.h"
+#include "request_check.h"
 
 #include <fmt/format.h>
 
@@ -39,6 +40,10 @@ Texts visible(const std::vector<std::string> &texts) {
 void ExpectationCheck::check(const StepExpectations &expectations, StepResult &step) {
     for (const auto &[device, expectation] : expectations.devices) {
         checkDevice(device, expectation, step);
+    }
+    for (const auto &[request, expectation] : expectations.requests) {
+        ++count_;
+        checkRequest(request, processes_.request(request), expectation, step);
     }
     for (const DeviceExpectation &expectation : expectations.general) {
         checkGeneral(expectation, step);
@@ -80,7 +85,7 @@ void ExpectationCheck::checkMessage(const DeviceOutcome &outcome, const DeviceEx
         for (const MessageField &field : messageFields()) {
             if (field.name == name) {
                 const Fact found = outcome.values ? messageFact(outcome.values->message, field) : Fact(Absent());
-                report(step, expectation.where, what + " " + name, compare(Expected{expected, {}, {}}, found));
+                report(step, expectation.where, what + " " + name, compare(Expected{expected, {}, {}, {}}, found));
             }
         }
     }
@@ -163,10 +168,10 @@ void ExpectationCheck::checkFile(const FileExpectation &expectation, StepResult 
     }
     if (expectation.bytes && *expectation.bytes != *found) {
         report(step, expectation.where, what,
-               compare(Expected{Fact(visibleText(*expectation.bytes)), {}, {}}, visibleText(*found)));
+               compare(Expected{Fact(visibleText(*expectation.bytes)), {}, {}, {}}, visibleText(*found)));
     }
     report(step, expectation.where, what + " lines",
-           compare(Expected{std::nullopt, expectation.lines, {}}, visible(splitLogLines(*found))));
+           compare(Expected{std::nullopt, expectation.lines, {}, {}}, visible(splitLogLines(*found))));
 }
 
 } // namespace cli

@@ -3,6 +3,7 @@
 #include "../../simulator/machine/machine.h"
 #include "../scenario/scenario.h"
 #include "play_result.h"
+#include "processes.h"
 #include "recorder.h"
 
 #include <vector>
@@ -12,7 +13,8 @@ namespace cli {
 /// Compares what a scenario expects with what was seen. Every expectation that is looked at is counted.
 class ExpectationCheck {
   public:
-    ExpectationCheck(sim::Machine &machine, const Recorder &recorder) : machine_(machine), recorder_(recorder) {}
+    ExpectationCheck(sim::Machine &machine, const Recorder &recorder, const Processes &processes)
+        : machine_(machine), recorder_(recorder), processes_(processes) {}
 
     /// Expectations of one step, whose result so far is `step`; adds its failures.
     void check(const StepExpectations &expectations, StepResult &step);
@@ -31,6 +33,7 @@ class ExpectationCheck {
 
     sim::Machine &machine_;
     const Recorder &recorder_;
+    const Processes &processes_;
     std::size_t count_ = 0;
 };
 

@@ -5,9 +5,11 @@
 #include "../text/display.h"
 #include "disk_steps.h"
 #include "expectation_check.h"
+#include "jobs.h"
 #include "machine_setup.h"
+#include "processes.h"
 #include "recorder.h"
-#include "service_processes.h"
+#include "step_failure.h"
 #include "step_faults.h"
 
 #include <fmt/format.h>
@@ -18,11 +20,6 @@
 namespace cli {
 namespace {
 
-/// A step that can't be done as things stand, e.g. a device below one that is not there.
-struct StepFailure : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
 class Playback {
   public:
     Playback(const Scenario &scenario, const PlayOptions &options)
@@ -31,10 +28,14 @@ class Playback {
         collectNames();
         recorder_.emplace(machine_, [this](const std::string &name) { return names_.contains(name); });
         recorder_->skipPresentFiles();
-        check_.emplace(machine_, *recorder_);
+        check_.emplace(machine_, *recorder_, processes_);
         result_.name = scenario.name;
         result_.file = scenario.file;
     }
+
+    ~Playback() { endJobs(); }
+    Playback(const Playback &) = delete;
+    Playback &operator=(const Playback &) = delete;
 
     PlayResult run() {
         if (options_.fault) {
@@ -67,10 +68,10 @@ class Playback {
 
     void perform(const Step &step, int number) {
         current_ = {number, step.title, step.where, {}, {}, 0, {}};
-        plugged_.clear();
+        std::erase_if(plugged_, [this](const ScenarioDevice *device) { return !isUnderWay(*device); });
         faults_.beginStep(step.faults);
         try {
-            std::visit(*this, step.action);
+            perform(step.action);
         } catch (const StepFailure &failure) {
             current_.failures.push_back({step.where, step.title, "to be done", failure.what()});
         } catch (const std::exception &refusal) { // the machine refuses what the file describes
@@ -84,6 +85,46 @@ class Playback {
         checkExpectations(step);
         checkLeaks(step);
         result_.steps.push_back(std::move(current_));
+    }
+
+    /// While a process serves the driver, whatever waits for it is let wait, and the next step comes.
+    void perform(const Action &action) {
+        if (!processes_.anyOpen() && !jobs_.any()) {
+            return std::visit(*this, action);
+        }
+        jobs_.run(current_.title, [this, &action] {
+            std::visit(*this, action);
+            machine_.settle();
+        });
+    }
+
+    /// Ends the processes; what waits for them gives up in time, or with the driver.
+    void endJobs() {
+        processes_.endAll();
+        const auto settle = [this] {
+            try {
+                jobs_.settle();
+            } catch (const std::exception &) { // told where it counts: in the step that began it
+            }
+        };
+        settle();
+        for (auto due = machine_.kernel().clock.firstTimeOut(); due && jobs_.any();
+             due = machine_.kernel().clock.firstTimeOut()) {
+            machine_.kernel().clock.set(*due);
+            settle();
+        }
+        if (jobs_.any()) {
+            machine_.unloadDriver();
+            settle();
+        }
+    }
+
+    void addWaiting() {
+        for (const std::string &title : jobs_.waiting()) {
+            if (!options_.onlyEvents) {
+                current_.failures.push_back({current_.where, title, "to end", "it waits for a process"});
+            }
+        }
     }
 
     void noteFault() {
@@ -102,7 +143,9 @@ class Playback {
             current_.failures.push_back({step.where, "fail", unmet, "it was not reached"});
         }
         for (const ScenarioDevice *device : plugged_) {
-            check_->check(device->description.name, device->expectations, current_);
+            if (!isUnderWay(*device)) {
+                check_->check(device->description.name, device->expectations, current_);
+            }
         }
         check_->check(step.expectations, current_);
         for (const DiskExpectation &expectation : step.expectations.disks) {
@@ -111,20 +154,32 @@ class Playback {
         }
     }
 
-    /// What is reported of a device is how things stood at the end of the step that brought it.
+    /// Its add waits for a process, and is over in a later step.
+    bool isUnderWay(const ScenarioDevice &device) const {
+        const DeviceOutcome *outcome = recorder_->latest(device.description.name);
+        return outcome != nullptr && recorder_->isUnderWay(*outcome);
+    }
+
+    /// What is reported of a device is how things stood at the end of the step in which its add was over.
     void endStep() {
         recorder_->endStep();
         current_.log = recorder_->takeStepLog();
         const std::deque<DeviceOutcome> &outcomes = recorder_->outcomes();
-        for (std::size_t i = result_.outcomes.size(); i < outcomes.size(); ++i) {
-            result_.outcomes.push_back(outcomes[i]);
-            result_.outcomes.back().step = current_.number;
+        result_.outcomes.resize(outcomes.size());
+        for (std::size_t i = firstOpen_; i < outcomes.size(); ++i) {
+            if (result_.outcomes[i].step == 0) {
+                result_.outcomes[i] = outcomes[i];
+                result_.outcomes[i].step = recorder_->isUnderWay(outcomes[i]) ? 0 : current_.number;
+            }
+        }
+        while (firstOpen_ < outcomes.size() && !recorder_->isUnderWay(outcomes[firstOpen_])) {
+            ++firstOpen_;
         }
     }
 
     /// A driver that left something behind is wrong, whether or not the scenario asks.
     void checkLeaks(const Step &step) {
-        if (!std::holds_alternative<UnloadDriver>(step.action)) {
+        if (!std::holds_alternative<UnloadDriver>(step.action) || machine_.driverLoaded()) {
             return;
         }
         for (const DeviceExpectation &expectation : step.expectations.general) {
@@ -150,9 +205,10 @@ class Playback {
             return;
         }
         current_ = {0, "end", {scenario_.file, 0}, {}, {}, 0, {}};
+        addWaiting();
         machine_.kernel().files.setMounted(true);
         machine_.kernel().workers.resume();
-        services_.closeAll();
+        endJobs();
         disks_.end();
         machine_.unloadDriver();
         endStep();
@@ -212,13 +268,6 @@ class Playback {
         }
     }
 
-    /// A device that is open is not removed before its last handle is closed.
-    void requireNoHandles() const {
-        if (services_.anyOpen()) {
-            throw StepFailure("a process still has the control device open");
-        }
-    }
-
     const ScenarioDevice &declared(const std::string &name) const {
         for (const ScenarioDevice &device : scenario_.devices) {
             if (device.description.name == name) {
@@ -236,11 +285,13 @@ class Playback {
     std::optional<ExpectationCheck> check_;
     PlayResult result_;
     StepResult current_;
-    ServiceProcesses services_;
+    Processes processes_;
+    Jobs jobs_{machine_};
     DiskSteps disks_{machine_};
     std::size_t diskExpectations_ = 0;
     StepFaults faults_{machine_.kernel().faults, !options_.onlyEvents};
-    std::vector<const ScenarioDevice *> plugged_; ///< in this step, for the first time
+    std::size_t firstOpen_ = 0;                   ///< of the outcomes: those before are as they will be reported
+    std::vector<const ScenarioDevice *> plugged_; ///< in this step, for the first time; and those that were under way
     std::set<const ScenarioDevice *> checkedOnce_;
     const sim::DeviceNode *controlNode_ = nullptr;
 
@@ -254,7 +305,6 @@ class Playback {
         if (!machine_.driverLoaded()) {
             throw StepFailure("the driver is not loaded");
         }
-        requireNoHandles();
         machine_.unloadDriver();
     }
 
@@ -279,9 +329,6 @@ class Playback {
 
     void operator()(const UnplugDevices &action) {
         for (const std::string &name : action.names) {
-            if (name == "control-node") {
-                requireNoHandles();
-            }
             machine_.unplug(present(name));
         }
     }
@@ -328,11 +375,14 @@ class Playback {
         }
     }
 
-    void operator()(const OpenControlDevice &action) { current_.status = services_.open(action.processId); }
-
-    void operator()(const CloseControlDevice &action) {
-        if (!services_.close(action.processId)) {
-            throw StepFailure(fmt::format("process {} does not have the control device open", action.processId));
+    void operator()(const ChangePower &action) {
+        switch (action.to) {
+        case ChangePower::To::sleep:
+            return machine_.sleep();
+        case ChangePower::To::wake:
+            return machine_.wake();
+        case ChangePower::To::shutDown:
+            return machine_.shutDown();
         }
     }
 
@@ -364,6 +414,8 @@ class Playback {
             *action.stalled ? medium.stall() : medium.resume();
         }
     }
+
+    void operator()(const ProcessAction &action) { current_.status = processes_.perform(action); }
 
     void operator()(const OnlyExpect &) {}
 };

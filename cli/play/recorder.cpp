@@ -1,5 +1,6 @@
 #include "recorder.h"
 
+#include "../../simulator/framework/framework.h"
 #include "../../simulator/kernel/strings.h"
 #include "../../simulator/machine/setup_classes.h"
 #include "../reg/key_paths.h"
@@ -33,10 +34,18 @@ bool isCoveredClass(const sim::DeviceDescription &device) {
            });
 }
 
+/// The filters on disks keep nothing by which they could be told apart; what they read does it.
+std::string diskFilterKind(const DecisionTrace &trace) {
+    if (trace.sdCardModeWasRead()) {
+        return "sd-card-filter";
+    }
+    return trace.policyWasRead() ? "thunderbolt-filter" : "disk-filter";
+}
+
 } // namespace
 
 Recorder::Recorder(sim::Machine &machine, std::function<bool(const std::string &)> isOfScenario)
-    : machine_(machine), isOfScenario_(std::move(isOfScenario)), trace_(machine.kernel()),
+    : machine_(machine), isOfScenario_(std::move(isOfScenario)), traces_(machine.kernel()),
       log_(machine.kernel().files) {
     machine_.setObserver(this);
 }
@@ -91,41 +100,63 @@ void Recorder::refresh(DeviceOutcome &outcome, const sim::DeviceNode &node) cons
     }
 }
 
-std::vector<LogLine> Recorder::readLog() {
+void Recorder::readLog() {
     machine_.settle();
-    std::vector<LogLine> lines = log_.take();
-    stepLog_.insert(stepLog_.end(), lines.begin(), lines.end());
-    wholeLog_.insert(wholeLog_.end(), lines.begin(), lines.end());
-    return lines;
+    const std::vector<LogLine> lines = log_.take();
+    for (std::vector<LogLine> *log : {&stepLog_, &wholeLog_}) {
+        log->insert(log->end(), lines.begin(), lines.end());
+    }
+    for (DeviceOutcome *add : addsUnderWay_) {
+        add->log.insert(add->log.end(), lines.begin(), lines.end());
+    }
 }
 
 void Recorder::addStarting(sim::DeviceNode &node) {
+    const std::lock_guard lock(mutex_);
     if (controlNodeIsStarting_) {
         controlNode_ = &node;
         controlNodeIsStarting_ = false;
     }
     readLog();
-    begin(node).asked = true;
-    trace_.begin(idsOf(node.description()));
+    DeviceOutcome &outcome = begin(node);
+    outcome.asked = true;
+    addsUnderWay_.push_back(&outcome);
+    traces_.begin(idsOf(node.description()));
+}
+
+std::size_t Recorder::newestOf(const sim::DeviceNode *node) const {
+    std::size_t newest = outcomes_.size() - 1;
+    while (newest > 0 && sources_[newest].node != node) {
+        --newest;
+    }
+    return newest;
 }
 
 void Recorder::addFinished(const sim::AddReport &report) {
-    trace_.end();
-    DeviceOutcome &outcome = outcomes_.back();
+    const std::lock_guard lock(mutex_);
+    const auto trace = traces_.end();
+    const std::size_t place = newestOf(report.node);
+    DeviceOutcome &outcome = outcomes_[place];
     outcome.returned = report.returned;
     outcome.callbackStatus = report.callbackStatus;
     outcome.attached = attachedKind(report.attached);
+    if (outcome.attached == "disk") {
+        outcome.attached = diskFilterKind(*trace);
+        outcome.refusesWrites = sim::framework::takesWrites(report.attached);
+    }
     outcome.values = readFilterValues(report.attached);
-    outcome.log = readLog();
-    Observations &seen = sources_.back().seen;
-    seen.policyWasRead = trace_.policyWasRead();
-    seen.rulesWereAsked = trace_.rulesWereAsked();
-    seen.filterableBy = trace_.filterableBy();
-    seen.decidedBy = trace_.decidedBy();
+    readLog();
+    std::erase(addsUnderWay_, &outcome);
+    Observations &seen = sources_[place].seen;
+    seen.policyWasRead = trace->policyWasRead();
+    seen.rulesWereAsked = trace->rulesWereAsked();
+    seen.filterableBy = trace->filterableBy();
+    seen.decidedBy = trace->decidedBy();
     seen.driver = readDriverState(machine_.driverObject());
 }
 
 void Recorder::nodeChanged(sim::DeviceNode &node) {
+    const std::lock_guard lock(mutex_);
     const std::vector<sim::DeviceNode *> nodes = machine_.nodes();
     if (std::find(nodes.begin(), nodes.end(), &node) == nodes.end()) {
         return; // it is leaving; what is recorded is how it was while it was there
@@ -146,6 +177,7 @@ void Recorder::noteUnasked(sim::DeviceNode &node) {
 }
 
 void Recorder::endStep() {
+    const std::lock_guard lock(mutex_);
     readLog();
     const std::vector<sim::DeviceNode *> nodes = machine_.nodes();
     const std::set<const sim::DeviceNode *> present(nodes.begin(), nodes.end());
@@ -178,6 +210,10 @@ const DeviceOutcome *Recorder::latest(std::string_view device) const {
         }
     }
     return nullptr;
+}
+
+bool Recorder::isUnderWay(const DeviceOutcome &outcome) const {
+    return std::find(addsUnderWay_.begin(), addsUnderWay_.end(), &outcome) != addsUnderWay_.end();
 }
 
 std::vector<LogLine> Recorder::takeStepLog() {

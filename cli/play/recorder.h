@@ -8,6 +8,7 @@
 
 #include <deque>
 #include <functional>
+#include <mutex>
 #include <set>
 #include <string>
 #include <string_view>
@@ -16,7 +17,8 @@
 namespace cli {
 
 /// Records what becomes of every device: one outcome per device add, and one for each device that no filter was asked
-/// about. Devices that the machine has by itself are marked as such.
+/// about. Devices that the machine has by itself are marked as such. Devices may be added by several threads at once;
+/// whoever asks for results does so while none is at work.
 class Recorder : public sim::MachineObserver {
   public:
     /// `isOfScenario` tells the scenario's devices by their description's name.
@@ -39,6 +41,9 @@ class Recorder : public sim::MachineObserver {
     /// The newest outcome of a device; null when there is none.
     const DeviceOutcome *latest(std::string_view device) const;
 
+    /// Whether the driver has yet to say what becomes of it; it waits for a process then.
+    bool isUnderWay(const DeviceOutcome &outcome) const;
+
     std::vector<LogLine> takeStepLog(); ///< lines since the last call
     const std::vector<LogLine> &wholeLog() const { return wholeLog_; }
     void skipPresentFiles() { log_.skipPresent(); }
@@ -48,7 +53,8 @@ class Recorder : public sim::MachineObserver {
     DeviceOutcome &begin(sim::DeviceNode &node);
     void refresh(DeviceOutcome &outcome, const sim::DeviceNode &node) const;
     std::string pathOf(const sim::DeviceNode &node) const;
-    std::vector<LogLine> readLog();
+    void readLog();
+    std::size_t newestOf(const sim::DeviceNode *node) const; ///< place in outcomes_
     void noteUnasked(sim::DeviceNode &node);
 
     struct Source {
@@ -56,12 +62,14 @@ class Recorder : public sim::MachineObserver {
         Observations seen;
     };
 
+    std::recursive_mutex mutex_;
     sim::Machine &machine_;
     std::function<bool(const std::string &)> isOfScenario_;
-    DecisionTrace trace_;
+    DecisionTraces traces_;
     LogWatch log_;
     std::deque<DeviceOutcome> outcomes_;
-    std::deque<Source> sources_; ///< beside outcomes_
+    std::deque<Source> sources_;                ///< beside outcomes_
+    std::vector<DeviceOutcome *> addsUnderWay_; ///< each gets the lines that are written meanwhile
     std::set<const sim::DeviceNode *> seen_;
     std::vector<LogLine> stepLog_;
     std::vector<LogLine> wholeLog_;

@@ -59,7 +59,8 @@ struct DiskExpectation {
 /// Expectations of one step. Device expectations carry the path of their device.
 struct StepExpectations {
     std::vector<std::pair<std::string, DeviceExpectation>> devices;
-    std::vector<DeviceExpectation> general; ///< keys of stepKeys()
+    std::vector<std::pair<std::string, DeviceExpectation>> requests; ///< by the request's name; keys of requestKeys()
+    std::vector<DeviceExpectation> general;                          ///< keys of stepKeys()
     std::vector<RegistryExpectation> registry;
     std::vector<FileExpectation> files;
     std::vector<DiskExpectation> disks;

@@ -53,51 +53,55 @@ TextConditions parseConditions(const YamlNode &node, std::string_view what) {
     return conditions;
 }
 
-Expected parseMessage(const YamlNode &node) {
-    Expected expected;
-    if (node.isNull()) {
-        expected.equals = Absent();
-        return expected;
-    }
-    if (node.isScalar()) {
-        if (const auto bytes = node.bytes("message")) {
-            expected.equals = hexText(*bytes);
-        }
-        return expected;
-    }
-    MapReader reader(node, "message");
-    for (const MessageField &field : messageFields()) {
+using FieldFacts = std::vector<std::pair<std::string, Fact>>;
+
+FieldFacts parseFields(const YamlNode &node, std::string_view what, const std::vector<MessageField> &fields) {
+    FieldFacts facts;
+    MapReader reader(node, std::string(what));
+    for (const MessageField &field : fields) {
         const auto value = reader.take(field.name);
         if (!value) {
             continue;
         }
         if (field.kind == MessageField::Kind::text) {
             if (const auto text = parseUtf16(*value, field.name)) {
-                expected.fields.emplace_back(field.name, visibleText(sim::toUtf8(*text)));
+                facts.emplace_back(field.name, visibleText(sim::toUtf8(*text)));
             }
         } else if (field.kind == MessageField::Kind::flag) {
             if (const auto flag = value->flag(field.name)) {
-                expected.fields.emplace_back(field.name, *flag);
+                facts.emplace_back(field.name, *flag);
             }
         } else if (const auto number = value->number(field.name, ~std::uint64_t{0})) {
-            expected.fields.emplace_back(field.name, *number);
+            facts.emplace_back(field.name, *number);
         }
     }
     reader.finish();
+    return facts;
+}
+
+/// All of a record in hexadecimal, or some of its fields.
+Expected parseRecord(const YamlNode &node, std::string_view what, const std::vector<MessageField> &fields) {
+    Expected expected;
+    if (node.isNull()) {
+        expected.equals = Absent();
+    } else if (node.isMap()) {
+        expected.fields = parseFields(node, what, fields);
+    } else if (const auto bytes = node.bytes(what)) {
+        expected.equals = hexText(*bytes);
+    }
     return expected;
 }
 
-std::optional<Fact> parseMode(const YamlNode &node) {
-    if (const auto number = node.plainNumber()) {
-        return *number;
+Expected parseListing(const YamlNode &node) {
+    Expected expected;
+    expected.records.emplace();
+    if (node.isScalar() && node.text("devices") == "none") {
+        return expected;
     }
-    const std::vector<std::string> names{"unknown", "blocked", "allowed", "read-only"};
-    const auto word = node.word("mode", names);
-    if (!word) {
-        return std::nullopt;
+    for (const YamlNode &item : node.items()) {
+        expected.records->push_back(parseFields(item, "a listed device", listedDeviceFields()));
     }
-    const auto found = std::find(names.begin(), names.end(), *word);
-    return found == names.end() ? std::nullopt : std::optional<Fact>(static_cast<std::uint64_t>(found - names.begin()));
+    return expected;
 }
 
 /// Wraps what a reader of YamlNode found into a fact.
@@ -109,7 +113,13 @@ std::optional<Fact> asFact(const std::optional<Value> &value) {
 Expected parseExpected(const YamlNode &node, const FactKey &key) {
     Expected expected;
     if (key.kind == FactKind::message) {
-        return parseMessage(node);
+        return parseRecord(node, key.name, messageFields());
+    }
+    if (key.kind == FactKind::notification) {
+        return parseRecord(node, key.name, notificationFields());
+    }
+    if (key.kind == FactKind::listing) {
+        return parseListing(node);
     }
     if (key.kind == FactKind::lines || key.kind == FactKind::texts || (key.kind == FactKind::text && node.isMap())) {
         expected.conditions = parseConditions(node, key.name);
@@ -124,7 +134,7 @@ Expected parseExpected(const YamlNode &node, const FactKey &key) {
         expected.equals = asFact(node.word(key.name, key.words));
         break;
     case FactKind::mode:
-        expected.equals = parseMode(node);
+        expected.equals = asFact(parseModeNumber(node, key.name));
         break;
     case FactKind::status:
         if (const auto status = parseStatusNode(node, key.name)) {
@@ -134,13 +144,13 @@ Expected parseExpected(const YamlNode &node, const FactKey &key) {
     case FactKind::number:
         expected.equals = asFact(node.number(key.name, ~std::uint64_t{0}));
         break;
+    case FactKind::flag:
+        expected.equals = asFact(node.flag(key.name));
+        break;
     case FactKind::bytes:
         if (const auto bytes = node.bytes(key.name)) {
             expected.equals = hexText(*bytes);
         }
-        break;
-    case FactKind::flag:
-        expected.equals = asFact(node.flag(key.name));
         break;
     default:
         if (const auto text = parseUtf16(node, key.name)) {
@@ -221,6 +231,16 @@ FileExpectation parseFile(const YamlEntry &entry) {
 
 } // namespace
 
+std::optional<std::uint64_t> parseModeNumber(const YamlNode &node, std::string_view what) {
+    if (const auto number = node.plainNumber()) {
+        return number;
+    }
+    const std::vector<std::string> names{"unknown", "blocked", "allowed", "read-only"};
+    const auto word = node.word(what, names);
+    const auto found = word ? std::find(names.begin(), names.end(), *word) : names.end();
+    return found == names.end() ? std::nullopt : std::optional(static_cast<std::uint64_t>(found - names.begin()));
+}
+
 std::vector<DeviceExpectation> parseDeviceExpectations(const YamlNode &node) {
     MapReader reader(node, "expectations of a device");
     auto expectations = takeKeys(reader, deviceKeys());
@@ -252,6 +272,16 @@ StepExpectations parseStepExpectations(const YamlNode &node, const std::string &
             for (DeviceExpectation &expectation : parseDeviceExpectations(entry.value)) {
                 expectations.devices.emplace_back(entry.name, std::move(expectation));
             }
+        }
+    }
+    if (const auto requests = reader.take("requests")) {
+        MapReader(*requests, "requests");
+        for (const YamlEntry &entry : requests->entries()) {
+            MapReader request(entry.value, "expectations of a request");
+            for (DeviceExpectation &expectation : takeKeys(request, requestKeys())) {
+                expectations.requests.emplace_back(entry.name, std::move(expectation));
+            }
+            request.finish();
         }
     }
     if (const auto registry = reader.take("registry")) {

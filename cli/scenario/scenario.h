@@ -3,6 +3,7 @@
 #include "../../simulator/machine/device_description.h"
 #include "../reg/reg_file.h"
 #include "expectation.h"
+#include "process_actions.h"
 #include "value_parser.h"
 
 #include <cstdint>
@@ -73,11 +74,8 @@ struct SetVolume {
 struct SetLogWorkers {
     bool paused = false;
 };
-struct OpenControlDevice {
-    unsigned processId = 0;
-};
-struct CloseControlDevice {
-    unsigned processId = 0;
+struct ChangePower {
+    enum class To { sleep, wake, shutDown } to = To::sleep;
 };
 /// A program's request to a disk.
 struct UseDisk {
@@ -113,10 +111,10 @@ struct ChangeMedium {
 };
 struct OnlyExpect {};
 
-using Action = std::variant<LoadDriver, UnloadDriver, StartControlNode, PlugDevices, UnplugDevices, ReplugDevices,
-                            ChangeRegistry, ChangeFiles, SetClock, AdvanceClock, PlanFaults, SetVolume, SetLogWorkers,
-                            OpenControlDevice, CloseControlDevice, UseDisk, AwaitDisk, SaveToVolume, WriteBack,
-                            MountMedium, ChangeMedium, OnlyExpect>;
+using Action =
+    std::variant<LoadDriver, UnloadDriver, StartControlNode, PlugDevices, UnplugDevices, ReplugDevices, ChangeRegistry,
+                 ChangeFiles, SetClock, AdvanceClock, PlanFaults, SetVolume, SetLogWorkers, ChangePower, ProcessAction,
+                 UseDisk, AwaitDisk, SaveToVolume, WriteBack, MountMedium, ChangeMedium, OnlyExpect>;
 
 struct Step {
     std::string title; ///< e.g. "plug stick"

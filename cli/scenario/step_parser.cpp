@@ -3,6 +3,7 @@
 #include "../../simulator/machine/machine.h"
 #include "disk_parser.h"
 #include "expectation_parser.h"
+#include "process_parser.h"
 #include "registry_parser.h"
 #include "suggestion.h"
 #include "time_parser.h"
@@ -88,10 +89,6 @@ Action parseDelete(const YamlNode &node) {
     return change;
 }
 
-unsigned parseProcess(const YamlNode &node) {
-    return static_cast<unsigned>(node.number("a process id", 0xFFFFFFFF).value_or(0));
-}
-
 Action parseClock(const YamlNode &node) {
     const auto text = node.text("clock");
     const auto time = text ? parseDateTime(*text) : std::nullopt;
@@ -137,8 +134,16 @@ const std::vector<ActionName> &actionNames() {
         {"registry", false, [](const YamlNode &node) { return ChangeRegistry{parseRegistryChanges(node)}; }},
         {"reg-file", false, [](const YamlNode &node) { return ChangeRegistry{parseRegFiles(node)}; }},
         {"files", false, [](const YamlNode &node) { return ChangeFiles{parseTempFiles(node)}; }},
-        {"open", false, [](const YamlNode &node) { return OpenControlDevice{parseProcess(node)}; }},
-        {"close", false, [](const YamlNode &node) { return CloseControlDevice{parseProcess(node)}; }},
+        {"open", false, [](const YamlNode &node) { return ProcessAction(parseOpen(node)); }},
+        {"close", false, [](const YamlNode &node) { return ProcessAction(parseClose(node)); }},
+        {"request", false, [](const YamlNode &node) { return ProcessAction(parseRequest(node)); }},
+        {"reply", false, [](const YamlNode &node) { return ProcessAction(parseReply(node)); }},
+        {"cancel", false, [](const YamlNode &node) { return ProcessAction(parseCancel(node)); }},
+        {"end-thread", false, [](const YamlNode &node) { return ProcessAction(parseEndThread(node)); }},
+        {"die", false, [](const YamlNode &node) { return ProcessAction(parseEndProcess(node)); }},
+        {"sleep", true, [](const YamlNode &) { return ChangePower{ChangePower::To::sleep}; }},
+        {"wake", true, [](const YamlNode &) { return ChangePower{ChangePower::To::wake}; }},
+        {"shut-down", true, [](const YamlNode &) { return ChangePower{ChangePower::To::shutDown}; }},
         {"read", false, parseRead},
         {"write", false, parseWrite},
         {"disk-control", false, parseDiskControl},
@@ -191,9 +196,14 @@ std::string titleOf(const std::string &action, const YamlNode &value) {
         }
         return title;
     }
+    const bool ofProcess =
+        action == "open" || action == "close" || action == "request" || action == "reply" || action == "end-thread";
     std::string title = action;
     for (const YamlEntry &entry : value.entries()) {
         title += (title == action ? " " : ", ") + entry.name;
+        if (ofProcess && entry.value.isScalar()) {
+            title += " " + entry.value.text(entry.name).value_or(std::string());
+        }
     }
     return title;
 }

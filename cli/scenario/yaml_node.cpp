@@ -17,7 +17,7 @@ constexpr int deepestMerge = 8;
 constexpr int deepestNode = 100;
 constexpr std::size_t mostNodes = 500'000;
 constexpr std::size_t mostText = 32u << 20; ///< in UTF-16 units
-constexpr std::uintmax_t largestFile = 64u << 20;
+constexpr std::uintmax_t largestYamlFile = 64u << 20;
 
 int lineAt(std::string_view text, std::size_t position) {
     return 1 + static_cast<int>(std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(position), '\n'));
@@ -116,7 +116,7 @@ YamlNode YamlNode::fromText(const std::string &text, const std::string &file, Pr
 }
 
 YamlNode YamlNode::fromFile(const std::string &path, Problems &problems) {
-    return fromText(readWholeFile(path, largestFile), path, problems);
+    return fromText(readWholeFile(path, largestYamlFile), path, problems);
 }
 
 YamlNode YamlNode::at(YAML::Node yaml) const {

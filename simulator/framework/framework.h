@@ -49,6 +49,14 @@ RequestCounts handlerCalls(PDEVICE_OBJECT device);
 /// Requests that a filter's framework passed down because no handler wants them; the driver was not entered.
 RequestCounts passedDown(PDEVICE_OBJECT device);
 
+/// Whether a default queue of the framework device takes writes away from the drivers below; false for what is no
+/// framework device.
+bool takesWrites(PDEVICE_OBJECT device);
+
+/// Threads that wait in a synchronous send to a device of the bound driver itself, for an answer that may have to come
+/// from user mode.
+std::size_t parkedSends();
+
 /// The library's own part of driver unload bookkeeping: true while a client is bound.
 bool anyClientBound();
 

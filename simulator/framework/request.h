@@ -72,6 +72,8 @@ class Request : public Object {
     std::atomic<bool> cancelledByTimer{false};
     KEVENT back{};
     bool waited = false; ///< the sender waits for `back`
+    enum class Wait { none, parked, over };
+    std::atomic<Wait> wait{Wait::none}; ///< of a sender; while it is parked it is one of parkedSends()
     Target *target = nullptr;
     std::list<Request *>::iterator placeInTarget{};
     /// The IRP itself counts one; a canceller counts one while it is in IoCancelIrp.

@@ -2,17 +2,32 @@
 
 #include "../kernel/events.h"
 #include "../kernel/io.h"
+#include "../kernel/kernel.h"
 #include "../kernel/thread.h"
 #include "call.h"
+#include "client.h"
 #include "definitions.h"
+#include "framework.h"
 #include "memory.h"
 #include "request.h"
 #include "table.h"
 #include "target.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cstring>
+#include <optional>
+#include <utility>
 
 namespace sim::framework {
+
+namespace {
+std::atomic<int> parked = 0; // below zero for a moment when an answer overtakes its sender
+}
+
+std::size_t parkedSends() {
+    return static_cast<std::size_t>(std::max(0, parked.load()));
+}
 
 // Framework source: exactly Information bytes, whatever the status, with no cap at the output's length
 void Request::copyBack() {
@@ -36,6 +51,9 @@ void Request::finishFlight() {
     }
     format.formatted = false;
     const bool senderWaits = waited;
+    if (wait.exchange(Wait::over) == Wait::parked) {
+        --parked;
+    }
     target->ended(*this);
     flight = Flight::grounded;
     if (senderWaits) {
@@ -75,14 +93,28 @@ constexpr ULONG knownFlags = WDF_REQUEST_SEND_OPTION_TIMEOUT | WDF_REQUEST_SEND_
 constexpr ULONG impersonationFlags =
     WDF_REQUEST_SEND_OPTION_IMPERSONATE_CLIENT | WDF_REQUEST_SEND_OPTION_IMPERSONATION_IGNORE_FAILURE;
 
+/// From here on the sender is one of parkedSends(), unless the answer is there already.
+void park(Request &request) {
+    auto before = Request::Wait::none;
+    if (request.wait.compare_exchange_strong(before, Request::Wait::parked)) {
+        ++parked;
+    }
+}
+
 /// Waits for the IRP to come back; after the time-out cancels it and waits without limit.
-void awaitReturn(Request &request, const SendOptions &options) {
+void awaitReturn(Request &request, const SendOptions &options, bool fromDriverItself) {
     KeEnterCriticalRegion();
     LARGE_INTEGER due{};
-    due.QuadPart = options.timeout;
-    const bool limited = options.timeout != 0;
-    const NTSTATUS status =
-        KeWaitForSingleObject(&request.back, Executive, KernelMode, FALSE, limited ? &due : nullptr);
+    std::optional<Clock::TimedWait> noted;
+    if (options.timeout != 0) { // what it is due is settled before anybody can see that it waits, and move the clock
+        const std::int64_t now = kernel().clock.now();
+        due.QuadPart = options.timeout > 0 ? options.timeout : now - options.timeout;
+        noted.emplace(kernel().clock, due.QuadPart);
+    }
+    if (fromDriverItself) {
+        park(request);
+    }
+    const NTSTATUS status = KeWaitForSingleObject(&request.back, Executive, KernelMode, FALSE, noted ? &due : nullptr);
     if (status == STATUS_TIMEOUT) {
         request.cancelledByTimer = true;
         request.cancelSent();
@@ -131,10 +163,12 @@ NTSTATUS submit(Request &request, Target &target, const SendOptions &options) {
     request.reference();
     request.flight = Request::Flight::underWay;
     request.irpUsers = 1;
+    request.wait = Request::Wait::none;
+    const bool toDriverItself = clientOfDriver(destination->DriverObject) != nullptr;
     IoSetCompletionRoutine(irp, sentIrpCompleted, &request, TRUE, TRUE, TRUE);
     IofCallDriver(destination, irp);
     if (options.synchronous) {
-        awaitReturn(request, options);
+        awaitReturn(request, options, toDriverItself);
     }
     return STATUS_SUCCESS;
 }

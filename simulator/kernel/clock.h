@@ -24,7 +24,7 @@ class Clock {
     /// False when the call has been made or is being made.
     bool cancelCall(std::uint64_t id);
 
-    /// A thread that waits until `due` at the latest is one of these meanwhile.
+    /// A thread that waits for an answer until `due` at the latest is one of these until it has it or has given up.
     class TimedWait {
       public:
         TimedWait(Clock &clock, std::int64_t due);

@@ -151,10 +151,6 @@ extern "C" NTSTATUS KeWaitForSingleObject(PVOID object, KWAIT_REASON, KPROCESSOR
     if (timeout != nullptr) {
         due = timeout->QuadPart > 0 ? timeout->QuadPart : kernel().clock.now() - timeout->QuadPart;
     }
-    std::optional<Clock::TimedWait> noted;
-    if (due && !poll) {
-        noted.emplace(kernel().clock, *due);
-    }
     bool signalled = false;
     std::unique_lock lock(dispatcher().mutex);
     waitOrStop(

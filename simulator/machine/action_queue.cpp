@@ -1,5 +1,9 @@
 #include "action_queue.h"
 
+#include "../framework/framework.h"
+
+#include <chrono>
+
 namespace sim::machine {
 
 namespace {
@@ -34,10 +38,11 @@ void ActionQueue::drain() {
     while (true) {
         while (runOne(lock)) {
         }
-        if (running_ == 0) {
+        // One that waits for a process is not waited for: the process may be the caller's.
+        if (running_ == 0 || framework::parkedSends() != 0) {
             return;
         }
-        changed_.wait(lock);
+        changed_.wait_for(lock, std::chrono::milliseconds(1));
     }
 }
 

@@ -19,7 +19,8 @@ class ActionQueue {
     ActionQueue &operator=(const ActionQueue &) = delete;
 
     void post(std::function<void()> action, bool atOnce);
-    /// Runs or waits for everything posted so far and whatever that posts. Called by an action it does nothing.
+    /// Runs or waits for everything posted so far and whatever that posts, but for actions in which a driver waits for
+    /// a process of user mode. Called by an action it does nothing.
     void drain();
 
   private:

@@ -80,7 +80,10 @@ UserProcess::Io UserProcess::make(Handle handle, Request request) {
     }
     const Io io = PendingIo::send(std::move(file), std::move(request), thread, bell_);
     const std::lock_guard lock(mutex_);
-    std::erase_if(requests_, [](const Io &made) { return made->isBack(); });
+    if (requests_.size() >= lookAgainAt_) {
+        std::erase_if(requests_, [](const Io &made) { return made->isBack(); });
+        lookAgainAt_ = 2 * requests_.size() + 1;
+    }
     if (!io->isBack()) {
         requests_.push_back(io);
     }

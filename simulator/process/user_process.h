@@ -65,7 +65,8 @@ class UserProcess {
     Handle nextHandle_ = 4;
     std::map<Handle, std::shared_ptr<process::DeviceFile>> files_;
     std::map<unsigned, PETHREAD> threads_;
-    std::vector<Io> requests_; ///< those that were under way at the last look
+    std::vector<Io> requests_;    ///< those that were under way at the last look, and since
+    std::size_t lookAgainAt_ = 0; ///< when it has doubled, so that many requests under way cost each new one nothing
 };
 
 } // namespace sim

@@ -126,14 +126,20 @@ NTSTATUS retrievePair(const ControlDevice &control, HeldRequests &held) {
     return status;
 }
 
+/// A queue goes on counting a request that is being cancelled but gives it to nobody. The pass looks again so often and
+/// then ends, lest it keep from running whoever cancels; the queue notifies when another request comes.
+constexpr int mostFailuresInARow = 16;
+
 void runPass(const ControlDevice &control, HeldRequests &held) {
     WaitLockGuard hold(control.m_lock);
+    int failuresInARow = 0;
     while (!hasNoRequests(control.m_ioctlQueue) && !hasNoRequests(control.m_internalIoctlQueue)) {
         const NTSTATUS status = retrievePair(control, held);
         if (NT_SUCCESS(status)) {
+            failuresInARow = 0;
             pairRequests(control, held);
-        } else if (status == STATUS_WDF_PAUSED) {
-            break; // power is off and the requests stay; the queue notifies again when it is back
+        } else if (status == STATUS_WDF_PAUSED || ++failuresInARow == mostFailuresInARow) {
+            break; // paused: power is off and the requests stay; the queue notifies again when it is back
         }
     }
 }

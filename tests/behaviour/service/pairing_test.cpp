@@ -142,6 +142,22 @@ TEST_F(Pairing, AQuestionThatWasNotShownCannotBeAnswered) {
     EXPECT_TRUE(plugged.get()->started());
 }
 
+TEST_F(Pairing, APassEndsAlthoughARetrieveFailsForEver) {
+    startWithService(0);
+    const Request notification = waitForNotification();
+    failInAdd("WdfIoQueueRetrieveNextRequest", 1, STATUS_NO_MORE_ENTRIES, true);
+    auto untold = plugging(mouse());
+    awaitInternal(1);
+    EXPECT_TRUE(afterTimeOut(untold).started());
+    endFailures();
+    EXPECT_THAT(addOf("mouse").log,
+                Contains("ERROR Failed to retrieve the next available I/O request for m_ioctlQueue, "
+                         "status = 0x8000001a"));
+    EXPECT_FALSE(notification->isBack());
+    plug(flashDrive());
+    EXPECT_EQ(deviceIn(notification), u"Ultra") << "the next pass finds what this one left";
+}
+
 /// A service request that the driver forgets can never be had back, and with it neither its file nor its device: such a
 /// machine ends with its process.
 class DroppedRequest : public Pairing {
