@@ -254,6 +254,8 @@ class Playback {
         sim::DeviceNode *parent = nullptr;
         if (device.parent == "root") {
             parent = &machine_.rootNode();
+        } else if (device.parent == "pci") {
+            parent = &machine_.pciRoot();
         } else if (!device.parent.empty()) {
             parent = &present(device.parent);
         }

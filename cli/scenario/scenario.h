@@ -35,7 +35,7 @@ using Faults = std::vector<FaultPlanned>;
 
 struct ScenarioDevice {
     sim::DeviceDescription description;
-    std::string parent; ///< a device's path, "root" or empty for the machine's USB root hub
+    std::string parent; ///< a device's path, "root", "pci" or empty for the machine's USB root hub
     std::vector<DeviceExpectation> expectations;
     Location where;
 };

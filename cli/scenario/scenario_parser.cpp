@@ -162,7 +162,7 @@ const std::string *diskOf(const Action &action) {
 void checkNames(const Scenario &scenario, Problems &problems) {
     NameCheck names(scenario, problems);
     for (const ScenarioDevice &device : scenario.devices) {
-        if (!device.parent.empty() && device.parent != "root") {
+        if (!device.parent.empty() && device.parent != "root" && device.parent != "pci") {
             names.check(device.parent, device.where);
         }
     }

@@ -99,18 +99,18 @@ DiskAnswer DiskPort::queryProperty(PIRP irp, const IO_STACK_LOCATION &location) 
     if (lengths.InputBufferLength < sizeof(STORAGE_PROPERTY_QUERY)) {
         return {STATUS_INFO_LENGTH_MISMATCH};
     }
-    STORAGE_PROPERTY_QUERY query;
-    std::memcpy(&query, irp->AssociatedIrp.SystemBuffer, sizeof(query));
+    ULONG asked[2]; // PropertyId and QueryType, which may be numbers that the enumerations do not know
+    std::memcpy(asked, irp->AssociatedIrp.SystemBuffer, sizeof(asked));
     if (disk().storageAnswer.failure) {
         return {*disk().storageAnswer.failure};
     }
-    if (query.PropertyId != StorageDeviceProperty) {
+    if (asked[0] != StorageDeviceProperty) {
         return {STATUS_NOT_SUPPORTED}; // of the statuses documented for a property that a stack does not have
     }
-    if (query.QueryType == PropertyExistsQuery) {
-        return {STATUS_SUCCESS};
+    if (asked[1] == PropertyExistsQuery || lengths.OutputBufferLength == 0) {
+        return {STATUS_SUCCESS}; // no room at all asks whether there is an answer
     }
-    if (query.QueryType != PropertyStandardQuery) {
+    if (asked[1] != PropertyStandardQuery) {
         return {STATUS_INVALID_PARAMETER};
     }
     return answerStorageQuery(disk(), static_cast<std::uint8_t *>(irp->AssociatedIrp.SystemBuffer),
