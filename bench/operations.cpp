@@ -1,5 +1,7 @@
 #include "operations.h"
 
+#include "channel_operations.h"
+#include "disk_operations.h"
 #include "log/log.h"
 #include "machine_room.h"
 
@@ -81,6 +83,8 @@ std::vector<Operation> allOperations() {
     all.push_back({"log/suppressed", suppressedLine, 1000, 1, ""});
     all.push_back({"log/submitted", submittedLine, 500, 1, ""});
     all.push_back({"log/written", writtenLines, 1, linesAtOnce, "*writeLogRecord*"});
+    addChannelOperations(all);
+    addDiskOperations(all);
     return all;
 }
 

@@ -20,6 +20,8 @@ const std::vector<std::pair<Reason, std::string>> &reasons() {
         {Reason::callbackFallback, "callback-fallback"},
         {Reason::service, "service"},
         {Reason::controlNode, "control-node"},
+        {Reason::usbDevice, "usb-device"},
+        {Reason::sdCardMode, "sd-card-mode"},
         {Reason::notConcerned, "not-concerned"},
         {Reason::addFailed, "add-failed"},
         {Reason::notAsked, "not-asked"},
@@ -95,7 +97,8 @@ const std::vector<DeviceKey> &table() {
          [](O o) { return o.decision; }},
         {{"enforcement",
           FactKind::word,
-          {"nothing", "disabled-and-hidden", "deny-write-entry", "left-to-disk-filter", "add-failed", "no-filter"}},
+          {"nothing", "disabled-and-hidden", "deny-write-entry", "left-to-disk-filter", "writes-refused", "add-failed",
+           "no-filter"}},
          [](O o) { return o.enforcement; }},
         {{"why", FactKind::word, reasonWords()}, [](O o) { return reasonName(o.why.reason); }},
         {{"value", FactKind::text, {}}, [](O o) { return hitFact(o.why.decidedBy, &RuleHit::value); }},
@@ -142,6 +145,7 @@ const std::vector<FactKey> &requestKeys() {
 const std::vector<FactKey> &stepKeys() {
     static const std::vector<FactKey> keys{
         {"status", FactKind::status, {}},
+        {"bytes", FactKind::bytes, {}},
         {"loaded", FactKind::flag, {}},
         {"log", FactKind::lines, {}},
         {"step-log", FactKind::lines, {}},

@@ -39,6 +39,8 @@ enum class Reason {
     callbackFallback, ///< the service should have been asked but is not there
     service,          ///< the service answered
     controlNode,      ///< the driver's own node
+    usbDevice,        ///< a disk: what was decided for its USB device
+    sdCardMode,       ///< a memory card: one setting for all of them
     notConcerned,     ///< asked, but the device is none of the kinds the driver filters
     addFailed,        ///< the driver refused the device or failed
     notAsked,         ///< no filter: the class is not covered, or the list does not name the driver
@@ -74,6 +76,7 @@ struct DeviceOutcome {
     std::optional<NTSTATUS> returned; ///< what Plug and Play got
     std::optional<NTSTATUS> callbackStatus;
     std::optional<FilterValues> values;
+    bool refusesWrites = false; ///< a disk whose filter took a queue for writes
 
     bool started = false;
     bool everStarted = false;

@@ -33,6 +33,9 @@ std::string enforcementOf(const DeviceOutcome &outcome) {
     if (outcome.security != outcome.securityBefore && outcome.security.find(denyWrite) != std::string::npos) {
         return "deny-write-entry";
     }
+    if (outcome.refusesWrites) {
+        return "writes-refused";
+    }
     if (outcome.values && outcome.values->mode == modeReadOnly && outcome.massStorage) {
         return "left-to-disk-filter";
     }
@@ -55,6 +58,15 @@ Reason reasonOf(const DeviceOutcome &outcome, const Observations &seen) {
     }
     if (outcome.attached == "control-device") {
         return Reason::controlNode;
+    }
+    if (outcome.attached == "disk-filter") {
+        return Reason::usbDevice;
+    }
+    if (outcome.attached == "sd-card-filter") {
+        return Reason::sdCardMode;
+    }
+    if (outcome.attached == "thunderbolt-filter") {
+        return seen.decidedBy ? Reason::rule : Reason::noRule;
     }
     if (!outcome.values) {
         return Reason::notConcerned;
@@ -132,6 +144,10 @@ std::string describe(const DeviceOutcome &outcome, const Explanation &why) {
         return "the service answered" + enforced + filterable;
     case Reason::controlNode:
         return "the driver's own node: became the control device";
+    case Reason::usbDevice:
+        return "as was decided for its USB device";
+    case Reason::sdCardMode:
+        return "SdCardMode decides for every card";
     case Reason::notConcerned:
         return "asked, and declined: neither enumerated by USB nor a disk that it filters";
     case Reason::addFailed:
@@ -146,6 +162,14 @@ std::string describe(const DeviceOutcome &outcome, const Explanation &why) {
     return {};
 }
 
+/// A disk's filter keeps no record of its decision; what became of the disk tells it.
+std::string decisionOnDisk(const DeviceOutcome &outcome) {
+    if (outcome.enforcement == "disabled-and-hidden") {
+        return "blocked";
+    }
+    return outcome.refusesWrites ? "read-only" : "allowed";
+}
+
 std::string decisionOf(const DeviceOutcome &outcome, Reason reason) {
     switch (reason) {
     case Reason::addFailed:
@@ -157,6 +181,9 @@ std::string decisionOf(const DeviceOutcome &outcome, Reason reason) {
     case Reason::badFilterList:
         return "none";
     default:
+        if (!outcome.values) {
+            return decisionOnDisk(outcome);
+        }
         return outcome.values->mode <= modeReadOnly ? modeName(outcome.values->mode) : "unknown";
     }
 }

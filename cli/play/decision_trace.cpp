@@ -31,6 +31,7 @@ void DecisionTrace::observe(const sim::TraceEvent &event) {
         lastValue_ = event.text;
         lastValueIsEmpty_.reset();
         policyWasRead_ = policyWasRead_ || isRuleList(event.text);
+        sdCardModeWasRead_ = sdCardModeWasRead_ || sim::equalNoCase(event.text, u"SdCardMode");
         break;
     case sim::TraceEvent::Kind::tableInsert:
         inserted(event);

@@ -23,7 +23,8 @@ class DecisionTrace {
 
     void observe(const sim::TraceEvent &event);
 
-    bool policyWasRead() const { return policyWasRead_; }   ///< a rule list was read
+    bool policyWasRead() const { return policyWasRead_; } ///< a rule list was read
+    bool sdCardModeWasRead() const { return sdCardModeWasRead_; }
     bool rulesWereAsked() const { return rulesWereAsked_; } ///< a rule was looked up or matched
     const std::optional<RuleHit> &filterableBy() const { return filterableBy_; }
     const std::optional<RuleHit> &decidedBy() const { return decidedBy_; }
@@ -51,6 +52,7 @@ class DecisionTrace {
     const RuleTable *walked_ = nullptr;    ///< whose rule was fetched last and not yet compared
     std::u16string walkedRule_;
     bool policyWasRead_ = false;
+    bool sdCardModeWasRead_ = false;
     bool rulesWereAsked_ = false;
     std::optional<RuleHit> filterableBy_;
     std::optional<RuleHit> decidedBy_;

@@ -22,9 +22,6 @@ struct ContextKind {
 constexpr ContextKind contextKinds[] = {
     {"UsbFilterDevice", "usb-filter"},
     {"ControlDevice", "control-device"},
-    {"DiskFilterDevice", "disk-filter"},
-    {"SdDiskFilterDevice", "sd-card-filter"},
-    {"ThunderboltFilterDevice", "thunderbolt-filter"},
 };
 
 static_assert(sizeof(ServiceMessage) == serviceMessageSize);
@@ -40,7 +37,7 @@ std::string attachedKind(PDEVICE_OBJECT device) {
             return kind.word;
         }
     }
-    return "nothing";
+    return "disk";
 }
 
 std::optional<FilterValues> readFilterValues(PDEVICE_OBJECT device) {

@@ -10,7 +10,7 @@
 namespace cli {
 
 /// What the driver's device object in a stack is, found by the type of its context: "usb-filter", "control-device", …;
-/// "nothing" for null.
+/// "disk" for one that has none, as the filters on disks; "nothing" for null.
 std::string attachedKind(PDEVICE_OBJECT device);
 
 /// The inner values of a USB filter; nothing when the device object is something else.

@@ -95,6 +95,9 @@ Fact ExpectationCheck::stepFact(const std::string &key, const StepResult &step) 
     if (key == "status") {
         return step.status ? Fact(StatusFact{*step.status}) : Fact(Absent());
     }
+    if (key == "bytes") {
+        return step.received ? Fact(hexText(*step.received)) : Fact(Absent());
+    }
     if (key == "loaded") {
         return machine_.driverLoaded();
     }

@@ -24,10 +24,11 @@ struct StepResult {
     int number = 0; ///< 1-based; 0 for the end that every scenario has
     std::string title;
     Location where;
-    std::optional<NTSTATUS> status; ///< of a load
+    std::optional<NTSTATUS> status; ///< of a load, or of a request
     std::vector<LogLine> log;       ///< all lines that the step wrote
     std::uint64_t fallibleCalls = 0;
     std::vector<Failure> failures;
+    std::optional<std::vector<std::uint8_t>> received{}; ///< by a request
 };
 
 /// Everything that playing one scenario showed.

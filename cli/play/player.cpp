@@ -3,6 +3,7 @@
 #include "../../simulator/kernel/strings.h"
 #include "../../simulator/machine/machine.h"
 #include "../text/display.h"
+#include "disk_steps.h"
 #include "expectation_check.h"
 #include "jobs.h"
 #include "machine_setup.h"
@@ -45,7 +46,7 @@ class Playback {
             perform(step, ++number);
         }
         finish();
-        result_.expectations = check_->count();
+        result_.expectations = check_->count() + diskExpectations_;
         result_.driverCalls = machine_.kernel().faults.callsSeen(sim::FaultThread::driver);
         result_.workerCalls = machine_.kernel().faults.callsSeen(sim::FaultThread::worker);
         return std::move(result_);
@@ -147,6 +148,10 @@ class Playback {
             }
         }
         check_->check(step.expectations, current_);
+        for (const DiskExpectation &expectation : step.expectations.disks) {
+            disks_.check(expectation, current_);
+            ++diskExpectations_;
+        }
     }
 
     /// Its add waits for a process, and is over in a later step.
@@ -204,6 +209,7 @@ class Playback {
         machine_.kernel().files.setMounted(true);
         machine_.kernel().workers.resume();
         endJobs();
+        disks_.end();
         machine_.unloadDriver();
         endStep();
         addLeaks();
@@ -225,6 +231,22 @@ class Playback {
         return *node;
     }
 
+    sim::DeviceNode &presentDisk(const std::string &name) {
+        sim::DeviceNode &node = present(name);
+        if (node.hasMedium()) {
+            return node;
+        }
+        throw StepFailure(fmt::format("'{}' is no disk", name));
+    }
+
+    std::shared_ptr<sim::Volume> mounted(const std::string &disk) {
+        auto volume = machine_.volume(disk);
+        if (volume == nullptr) {
+            throw StepFailure(fmt::format("nothing is mounted on '{}'", disk));
+        }
+        return volume;
+    }
+
     void plug(const ScenarioDevice &device) {
         if (machine_.find(device.description.name) != nullptr) {
             throw StepFailure(fmt::format("'{}' is plugged in already", device.description.name));
@@ -232,6 +254,8 @@ class Playback {
         sim::DeviceNode *parent = nullptr;
         if (device.parent == "root") {
             parent = &machine_.rootNode();
+        } else if (device.parent == "pci") {
+            parent = &machine_.pciRoot();
         } else if (!device.parent.empty()) {
             parent = &present(device.parent);
         }
@@ -263,6 +287,8 @@ class Playback {
     StepResult current_;
     Processes processes_;
     Jobs jobs_{machine_};
+    DiskSteps disks_{machine_};
+    std::size_t diskExpectations_ = 0;
     StepFaults faults_{machine_.kernel().faults, !options_.onlyEvents};
     std::size_t firstOpen_ = 0;                   ///< of the outcomes: those before are as they will be reported
     std::vector<const ScenarioDevice *> plugged_; ///< in this step, for the first time; and those that were under way
@@ -357,6 +383,35 @@ class Playback {
             return machine_.wake();
         case ChangePower::To::shutDown:
             return machine_.shutDown();
+        }
+    }
+
+    void operator()(const UseDisk &action) { disks_.use(action, presentDisk(action.disk), current_); }
+
+    void operator()(const AwaitDisk &action) {
+        if (!disks_.await(action.disk, current_)) {
+            throw StepFailure(fmt::format("no request to '{}' is under way", action.disk));
+        }
+    }
+
+    void operator()(const SaveToVolume &action) {
+        current_.status = mounted(action.disk)->save(action.offset, action.data);
+    }
+
+    void operator()(const WriteBack &action) { mounted(action.disk)->writeBack(); }
+
+    void operator()(const MountMedium &action) {
+        if (machine_.mount(presentDisk(action.disk)) == nullptr) {
+            throw StepFailure(fmt::format("'{}' does not run", action.disk));
+        }
+    }
+
+    void operator()(const ChangeMedium &action) {
+        sim::Medium &medium = machine_.medium(presentDisk(action.disk).description().name);
+        medium.setPresent(action.present.value_or(medium.present()));
+        medium.setWriteProtected(action.writeProtected.value_or(medium.writeProtected()));
+        if (action.stalled) {
+            *action.stalled ? medium.stall() : medium.resume();
         }
     }
 

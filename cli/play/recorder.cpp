@@ -1,5 +1,6 @@
 #include "recorder.h"
 
+#include "../../simulator/framework/framework.h"
 #include "../../simulator/kernel/strings.h"
 #include "../../simulator/machine/setup_classes.h"
 #include "../reg/key_paths.h"
@@ -31,6 +32,14 @@ bool isCoveredClass(const sim::DeviceDescription &device) {
     return device.classGuid && std::any_of(lists.begin(), lists.end(), [&](const sim::machine::FilterList &list) {
                return sim::equalNoCase(list.setupClass.guid, *device.classGuid);
            });
+}
+
+/// The filters on disks keep nothing by which they could be told apart; what they read does it.
+std::string diskFilterKind(const DecisionTrace &trace) {
+    if (trace.sdCardModeWasRead()) {
+        return "sd-card-filter";
+    }
+    return trace.policyWasRead() ? "thunderbolt-filter" : "disk-filter";
 }
 
 } // namespace
@@ -131,6 +140,10 @@ void Recorder::addFinished(const sim::AddReport &report) {
     outcome.returned = report.returned;
     outcome.callbackStatus = report.callbackStatus;
     outcome.attached = attachedKind(report.attached);
+    if (outcome.attached == "disk") {
+        outcome.attached = diskFilterKind(*trace);
+        outcome.refusesWrites = sim::framework::takesWrites(report.attached);
+    }
     outcome.values = readFilterValues(report.attached);
     readLog();
     std::erase(addsUnderWay_, &outcome);

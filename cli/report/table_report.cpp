@@ -35,6 +35,9 @@ std::string enforcedText(const DeviceOutcome &outcome) {
     if (outcome.enforcement == "left-to-disk-filter") {
         return "left to the disk filter";
     }
+    if (outcome.enforcement == "writes-refused") {
+        return "refuses writes";
+    }
     if (outcome.enforcement == "add-failed") {
         return fmt::format("add failed (code {})", outcome.problem);
     }

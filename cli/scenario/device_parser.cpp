@@ -3,6 +3,7 @@
 #include "../../simulator/kernel/security.h"
 #include "../../simulator/kernel/strings.h"
 #include "../reg/key_paths.h"
+#include "disk_parser.h"
 #include "suggestion.h"
 #include "usb_parser.h"
 #include "value_parser.h"
@@ -221,6 +222,16 @@ void readDevice(MapReader &reader, sim::DeviceDescription &device, const DeviceL
             readUsb(*usb, *device.usb);
         }
     }
+    if (const auto disk = reader.take("disk")) {
+        if (disk->isNull()) {
+            device.disk.reset();
+        } else {
+            if (!device.disk) {
+                device.disk.emplace();
+            }
+            readDisk(*disk, *device.disk);
+        }
+    }
     readSecurity(reader, device);
     readChildren(reader, device, library, depth);
 }
@@ -228,6 +239,9 @@ void readDevice(MapReader &reader, sim::DeviceDescription &device, const DeviceL
 void checkDevice(const YamlNode &node, const sim::DeviceDescription &device) {
     if (device.instanceId.empty()) {
         node.problem("a device needs an 'instance' such as USB\\VID_0781&PID_5581\\A20054F5");
+    }
+    if (device.disk && (!device.service || !sim::equalNoCase(*device.service, u"disk"))) {
+        node.problem("a device with 'disk' needs the service disk");
     }
 }
 

@@ -5,6 +5,7 @@
 #include "../facts/message_fields.h"
 #include "../reg/key_paths.h"
 #include "../text/display.h"
+#include "disk_parser.h"
 #include "suggestion.h"
 #include "usb_parser.h"
 
@@ -285,6 +286,9 @@ StepExpectations parseStepExpectations(const YamlNode &node, const std::string &
     }
     if (const auto registry = reader.take("registry")) {
         parseRegistry(*registry, expectations.registry);
+    }
+    if (const auto disks = reader.take("disks")) {
+        expectations.disks = parseDiskExpectations(*disks);
     }
     if (const auto files = reader.take("files")) {
         MapReader(*files, "files");

@@ -35,7 +35,7 @@ using Faults = std::vector<FaultPlanned>;
 
 struct ScenarioDevice {
     sim::DeviceDescription description;
-    std::string parent; ///< a device's path, "root" or empty for the machine's USB root hub
+    std::string parent; ///< a device's path, "root", "pci" or empty for the machine's USB root hub
     std::vector<DeviceExpectation> expectations;
     Location where;
 };
@@ -77,11 +77,44 @@ struct SetLogWorkers {
 struct ChangePower {
     enum class To { sleep, wake, shutDown } to = To::sleep;
 };
+/// A program's request to a disk.
+struct UseDisk {
+    enum class Kind { read, write, control } kind = Kind::read;
+    std::string disk;
+    std::uint64_t offset = 0;
+    std::size_t length = 0;         ///< to read, or of the control request's output
+    std::vector<std::uint8_t> data; ///< to write, or the control request's input
+    std::uint32_t code = 0;
+    bool waits = true;
+};
+struct AwaitDisk {
+    std::string disk;
+};
+/// A program saves to the volume on a disk.
+struct SaveToVolume {
+    std::string disk;
+    std::uint64_t offset = 0;
+    std::vector<std::uint8_t> data;
+};
+struct WriteBack {
+    std::string disk;
+};
+struct MountMedium {
+    std::string disk;
+};
+/// Somebody handles the medium; what is left out stays.
+struct ChangeMedium {
+    std::string disk;
+    std::optional<bool> present;
+    std::optional<bool> writeProtected;
+    std::optional<bool> stalled;
+};
 struct OnlyExpect {};
 
-using Action = std::variant<LoadDriver, UnloadDriver, StartControlNode, PlugDevices, UnplugDevices, ReplugDevices,
-                            ChangeRegistry, ChangeFiles, SetClock, AdvanceClock, PlanFaults, SetVolume, SetLogWorkers,
-                            ChangePower, ProcessAction, OnlyExpect>;
+using Action =
+    std::variant<LoadDriver, UnloadDriver, StartControlNode, PlugDevices, UnplugDevices, ReplugDevices, ChangeRegistry,
+                 ChangeFiles, SetClock, AdvanceClock, PlanFaults, SetVolume, SetLogWorkers, ChangePower, ProcessAction,
+                 UseDisk, AwaitDisk, SaveToVolume, WriteBack, MountMedium, ChangeMedium, OnlyExpect>;
 
 struct Step {
     std::string title; ///< e.g. "plug stick"

@@ -146,10 +146,23 @@ class NameCheck {
     Problems &problems_;
 };
 
+/// The disk that a step is about; null for other steps.
+const std::string *diskOf(const Action &action) {
+    return std::visit(
+        [](const auto &one) -> const std::string * {
+            if constexpr (requires { one.disk; }) {
+                return &one.disk;
+            } else {
+                return nullptr;
+            }
+        },
+        action);
+}
+
 void checkNames(const Scenario &scenario, Problems &problems) {
     NameCheck names(scenario, problems);
     for (const ScenarioDevice &device : scenario.devices) {
-        if (!device.parent.empty() && device.parent != "root") {
+        if (!device.parent.empty() && device.parent != "root" && device.parent != "pci") {
             names.check(device.parent, device.where);
         }
     }
@@ -160,6 +173,11 @@ void checkNames(const Scenario &scenario, Problems &problems) {
             names.check(unplug->names, step.where);
         } else if (const auto *replug = std::get_if<ReplugDevices>(&step.action)) {
             names.check(replug->names, step.where);
+        } else if (const std::string *disk = diskOf(step.action)) {
+            names.check(*disk, step.where);
+        }
+        for (const DiskExpectation &expectation : step.expectations.disks) {
+            names.check(expectation.disk, expectation.where);
         }
         for (const auto &[device, expectation] : step.expectations.devices) {
             names.check(device, expectation.where);

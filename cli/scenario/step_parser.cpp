@@ -1,6 +1,7 @@
 #include "step_parser.h"
 
 #include "../../simulator/machine/machine.h"
+#include "disk_parser.h"
 #include "expectation_parser.h"
 #include "process_parser.h"
 #include "registry_parser.h"
@@ -143,6 +144,14 @@ const std::vector<ActionName> &actionNames() {
         {"sleep", true, [](const YamlNode &) { return ChangePower{ChangePower::To::sleep}; }},
         {"wake", true, [](const YamlNode &) { return ChangePower{ChangePower::To::wake}; }},
         {"shut-down", true, [](const YamlNode &) { return ChangePower{ChangePower::To::shutDown}; }},
+        {"read", false, parseRead},
+        {"write", false, parseWrite},
+        {"disk-control", false, parseDiskControl},
+        {"await", false, parseAwait},
+        {"save", false, parseSave},
+        {"write-back", false, parseWriteBack},
+        {"mount", false, parseMount},
+        {"medium", false, parseMedium},
         {"clock", false, parseClock},
         {"advance", false, parseAdvance},
         {"volume", false, parseVolume},

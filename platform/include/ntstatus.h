@@ -28,6 +28,7 @@
 #define STATUS_NO_SUCH_FILE                        ((NTSTATUS)0xC000000FL)
 #define STATUS_INVALID_DEVICE_REQUEST              ((NTSTATUS)0xC0000010L)
 #define STATUS_END_OF_FILE                         ((NTSTATUS)0xC0000011L)
+#define STATUS_NO_MEDIA_IN_DEVICE                  ((NTSTATUS)0xC0000013L)
 #define STATUS_NO_MEMORY                           ((NTSTATUS)0xC0000017L)
 #define STATUS_ACCESS_DENIED                       ((NTSTATUS)0xC0000022L)
 #define STATUS_BUFFER_TOO_SMALL                    ((NTSTATUS)0xC0000023L)

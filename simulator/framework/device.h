@@ -4,6 +4,7 @@
 #include "object.h"
 #include "power.h"
 #include "remove_lock.h"
+#include "request_counter.h"
 
 #include <atomic>
 #include <mutex>
@@ -41,6 +42,8 @@ class Device : public Object {
     Target *defaultTarget = nullptr;
     PowerMachine power;
     RemoveLock removeLock;
+    RequestCounter handlerCalls; ///< requests that entered the driver
+    RequestCounter passedDown;   ///< those that went to the lower driver without
     std::atomic<bool> started{false};
     std::atomic<bool> removing{false};
 

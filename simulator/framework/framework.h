@@ -39,6 +39,22 @@ struct QueueCounts {
 };
 QueueCounts queueCounts(WDFQUEUE queue);
 
+/// How the requests that came to a framework device went on, by their kind.
+struct RequestCounts {
+    unsigned reads = 0;
+    unsigned writes = 0;
+    unsigned deviceControls = 0;
+    unsigned internalDeviceControls = 0;
+};
+/// Calls of a queue's handlers since the device was created; zeros for what is no framework device.
+RequestCounts handlerCalls(PDEVICE_OBJECT device);
+/// Requests that a filter's framework passed down because no handler wants them; the driver was not entered.
+RequestCounts passedDown(PDEVICE_OBJECT device);
+
+/// Whether a default queue of the framework device takes writes away from the drivers below; false for what is no
+/// framework device.
+bool takesWrites(PDEVICE_OBJECT device);
+
 /// Threads that wait in a synchronous send to a device of the bound driver itself, for an answer that may have to come
 /// from user mode.
 std::size_t parkedSends();

@@ -3,6 +3,7 @@
 #include "device.h"
 #include "driver.h"
 #include "framework.h"
+#include "io_package.h"
 #include "live_objects.h"
 #include "queue.h"
 #include "request.h"
@@ -41,6 +42,22 @@ std::vector<WDFREQUEST> requestsWithDriver(WDFQUEUE queue) {
 void completeForgotten(WDFREQUEST request, NTSTATUS status) {
     const Call call{"completeForgotten", nullptr};
     call.object<Request>(request).complete(status, 0);
+}
+
+RequestCounts handlerCalls(PDEVICE_OBJECT device) {
+    const Device *found = device ? deviceOf(device) : nullptr;
+    return found ? found->handlerCalls.counts() : RequestCounts();
+}
+
+RequestCounts passedDown(PDEVICE_OBJECT device) {
+    const Device *found = device ? deviceOf(device) : nullptr;
+    return found ? found->passedDown.counts() : RequestCounts();
+}
+
+bool takesWrites(PDEVICE_OBJECT device) {
+    const Device *found = device ? deviceOf(device) : nullptr;
+    Queue *queue = found && found->io ? found->io->defaultQueue() : nullptr;
+    return queue && queue->hasHandler(IRP_MJ_WRITE);
 }
 
 std::vector<std::string> leaks() {

@@ -126,7 +126,9 @@ bool IoPackage::passesToLower(Queue *queue, UCHAR major) const {
 NTSTATUS IoPackage::dispatch(PIRP irp) {
     const DispatchRegion region;
     Queue *queue = defaultQueue();
-    if (passesToLower(queue, IoGetCurrentIrpStackLocation(irp)->MajorFunction)) {
+    const UCHAR major = IoGetCurrentIrpStackLocation(irp)->MajorFunction;
+    if (passesToLower(queue, major)) {
+        device_.passedDown.count(major);
         return forwardIrp(device_, irp);
     }
     if (!queue) {

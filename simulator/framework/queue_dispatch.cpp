@@ -121,6 +121,7 @@ void Queue::callHandler(Request &request) {
     const auto presented = static_cast<WDFREQUEST>(request.handle());
     const IO_STACK_LOCATION location = *IoGetCurrentIrpStackLocation(request.irp());
     const auto &control = location.Parameters.DeviceIoControl;
+    device.handlerCalls.count(location.MajorFunction);
     CallbackContract contract("EvtIo");
     if (location.MajorFunction == IRP_MJ_READ && config.EvtIoRead) {
         config.EvtIoRead(queue, presented, location.Parameters.Read.Length);

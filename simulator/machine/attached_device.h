@@ -8,7 +8,8 @@ namespace sim::machine {
 class AttachedDevice : public SimulatedDevice {
   protected:
     /// Creates the object and puts it on top of the stack of `physicalDevice`.
-    AttachedDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice, ULONG deviceType);
+    AttachedDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice, ULONG deviceType,
+                   std::u16string_view name = {});
 
     NTSTATUS passOn(PIRP irp);
     /// Sends a copy down and waits until the lower drivers have completed it; the caller then completes the IRP.

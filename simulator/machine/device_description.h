@@ -1,5 +1,7 @@
 #pragma once
 
+#include "disk_description.h"
+
 #include <ntifs.h>
 
 #include <cstdint>
@@ -100,6 +102,8 @@ struct DeviceDescription {
     std::optional<NTSTATUS> startFailure;        ///< the bus completes the start with this: code 10
     std::uint32_t hubPorts = 16;                 ///< of a device whose service is a hub driver
     std::optional<UsbDescriptors> usb;
+    /// Of a device whose service is the disk class driver; absent: a disk as its bus driver's disks are.
+    std::optional<DiskDescription> disk;
     std::string security;  ///< SDDL of the physical device object; empty: none
     bool hasParent = true; ///< false: its device node has no parent node (a lone physical device object)
     /// Plug and Play ignores these until the device has started; below a composite parent they are its functions.

@@ -4,6 +4,7 @@
 #include "../kernel/security.h"
 #include "../kernel/strings.h"
 #include "../kernel/violation.h"
+#include "disk_port.h"
 
 #include <fmt/format.h>
 #include <usbiodef.h>
@@ -13,7 +14,17 @@
 
 namespace sim::machine {
 
-namespace {} // namespace
+namespace {
+
+PhysicalDevice &makePhysicalDevice(SimulatedDriver &busDriver, const std::shared_ptr<Hardware> &hardware,
+                                   const std::u16string &name) {
+    if (hardware->description.disk) {
+        return busDriver.make<DiskPort>(hardware, name);
+    }
+    return busDriver.make<PhysicalDevice>(hardware, name);
+}
+
+} // namespace
 
 Node &PlugAndPlay::plug(DeviceDescription description, Node &parent) {
     Operation operation(*this);
@@ -25,6 +36,7 @@ Node &PlugAndPlay::plug(DeviceDescription description, Node &parent) {
                                    parent.description().name + "\", which is not started");
         }
         connectHardware(hardware, *parent.hardware(), *tree_.root().hardware());
+        media_.equip(*hardware);
     }
     Node *node = enumerate(hardware, parent);
     if (node == nullptr) {
@@ -44,7 +56,7 @@ Node *PlugAndPlay::enumerate(const std::shared_ptr<Hardware> &hardware, Node &pa
         }
     }
     SimulatedDriver &driver = services_.simulated(busName);
-    PhysicalDevice &device = driver.make<PhysicalDevice>(hardware, physicalDeviceName(busName));
+    PhysicalDevice &device = makePhysicalDevice(driver, hardware, physicalDeviceName(busName));
     kernel().objects.reference(device.object(), nullptr);
     if (!description.security.empty()) {
         setDeviceSecurity(device.object(), securityFromSddl(description.security));

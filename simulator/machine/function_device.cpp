@@ -5,8 +5,9 @@
 
 namespace sim::machine {
 
-FunctionDevice::FunctionDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice)
-    : AttachedDevice(driver, physicalDevice, FILE_DEVICE_UNKNOWN) {}
+FunctionDevice::FunctionDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice, ULONG deviceType,
+                               std::u16string_view name)
+    : AttachedDevice(driver, physicalDevice, deviceType, name) {}
 
 NTSTATUS FunctionDevice::handle(PIRP irp, PIO_STACK_LOCATION location) {
     switch (location->MajorFunction) {
@@ -20,6 +21,9 @@ NTSTATUS FunctionDevice::handle(PIRP irp, PIO_STACK_LOCATION location) {
     case IRP_MJ_CLEANUP:
     case IRP_MJ_CLOSE:
         return complete(irp, STATUS_SUCCESS, 0);
+    case IRP_MJ_READ:
+    case IRP_MJ_WRITE:
+        return transfer(irp, location);
     case IRP_MJ_DEVICE_CONTROL:
     case IRP_MJ_INTERNAL_DEVICE_CONTROL:
         return deviceControl(irp, location);
@@ -32,15 +36,19 @@ NTSTATUS FunctionDevice::handle(PIRP irp, PIO_STACK_LOCATION location) {
 NTSTATUS FunctionDevice::plugAndPlay(PIRP irp, PIO_STACK_LOCATION location) {
     switch (location->MinorFunction) {
     case IRP_MN_START_DEVICE:
-        return complete(irp, passOnAndWait(irp), 0);
+        return start(irp);
     case IRP_MN_REMOVE_DEVICE:
+        startedOrStopped(false);
         return remove(irp);
     case IRP_MN_QUERY_REMOVE_DEVICE:
     case IRP_MN_CANCEL_REMOVE_DEVICE:
     case IRP_MN_QUERY_STOP_DEVICE:
     case IRP_MN_CANCEL_STOP_DEVICE:
-    case IRP_MN_STOP_DEVICE:
     case IRP_MN_SURPRISE_REMOVAL:
+        irp->IoStatus.Status = STATUS_SUCCESS;
+        return passOn(irp);
+    case IRP_MN_STOP_DEVICE:
+        startedOrStopped(false);
         irp->IoStatus.Status = STATUS_SUCCESS;
         return passOn(irp);
     case IRP_MN_QUERY_DEVICE_RELATIONS:
@@ -51,6 +59,14 @@ NTSTATUS FunctionDevice::plugAndPlay(PIRP irp, PIO_STACK_LOCATION location) {
     default:
         return passOn(irp);
     }
+}
+
+NTSTATUS FunctionDevice::start(PIRP irp) {
+    const NTSTATUS status = passOnAndWait(irp);
+    if (NT_SUCCESS(status)) {
+        startedOrStopped(true);
+    }
+    return complete(irp, status, 0);
 }
 
 // learn.microsoft.com: "Handling a system set-power IRP in a device power policy owner".
@@ -74,6 +90,10 @@ NTSTATUS FunctionDevice::power(PIRP irp, PIO_STACK_LOCATION location) {
 
 NTSTATUS FunctionDevice::deviceControl(PIRP irp, PIO_STACK_LOCATION location) {
     refuseToGuessStorageRequest(location->Parameters.DeviceIoControl.IoControlCode);
+    return complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
+}
+
+NTSTATUS FunctionDevice::transfer(PIRP irp, PIO_STACK_LOCATION) {
     return complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
 }
 

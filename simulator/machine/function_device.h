@@ -10,7 +10,8 @@ namespace sim::machine {
 /// controller).
 class FunctionDevice : public AttachedDevice {
   public:
-    FunctionDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice);
+    FunctionDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice, ULONG deviceType = FILE_DEVICE_UNKNOWN,
+                   std::u16string_view name = {});
 
     ChildList &children() { return children_; }
 
@@ -18,11 +19,17 @@ class FunctionDevice : public AttachedDevice {
     /// Device control requests, internal ones too. The default refuses them.
     virtual NTSTATUS deviceControl(PIRP irp, PIO_STACK_LOCATION location);
 
+    /// Reads and writes. The default refuses them.
+    virtual NTSTATUS transfer(PIRP irp, PIO_STACK_LOCATION location);
+    /// The start was successful, or the device is about to be stopped or removed.
+    virtual void startedOrStopped(bool) {}
+
     ChildList children_;
 
   private:
     NTSTATUS handle(PIRP irp, PIO_STACK_LOCATION location) override;
     NTSTATUS plugAndPlay(PIRP irp, PIO_STACK_LOCATION location);
+    NTSTATUS start(PIRP irp);
     NTSTATUS power(PIRP irp, PIO_STACK_LOCATION location);
 };
 

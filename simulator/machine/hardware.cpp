@@ -92,8 +92,43 @@ std::uint32_t chooseAddress(const DeviceDescription &description, const Hardware
     return description.address == noAddress ? interfaceNumber(description) : description.address;
 }
 
+/// STORAGE_BUS_TYPE of the disks that a port driver makes.
+std::uint32_t busTypeOf(std::u16string_view portDriver) {
+    static const std::vector<std::pair<std::u16string_view, std::uint32_t>> drivers{
+        {u"USBSTOR", 7}, {u"UASPSTOR", 7}, {u"storahci", 11}, {u"sdstor", 12}, {u"stornvme", 17}};
+    for (const auto &[driver, type] : drivers) {
+        if (equalNoCase(driver, portDriver)) {
+            return type;
+        }
+    }
+    return 0;
+}
+
+bool hasDiskDriver(const DeviceDescription &description) {
+    return description.service && equalNoCase(*description.service, diskService);
+}
+
+void checkDisk(const DeviceDescription &description) {
+    const MediumDescription &medium = description.disk->medium;
+    if (!hasDiskDriver(description)) {
+        throw std::invalid_argument("\"" + description.name + "\" has a medium but not the service \"disk\"");
+    }
+    if (medium.sectorBytes == 0 || medium.bytes == 0 || medium.bytes % medium.sectorBytes != 0 ||
+        medium.bytes > 1ULL << 30) {
+        throw std::invalid_argument("the medium of \"" + description.name +
+                                    "\" must be whole sectors, at least one and at most 1 GiB");
+    }
+}
+
 void attach(const std::shared_ptr<Hardware> &hardware, Hardware &parent) {
     requireBusDriver(hardware->description, parent.description);
+    std::optional<DiskDescription> &disk = hardware->description.disk;
+    if (hasDiskDriver(hardware->description) && !disk) {
+        disk.emplace();
+    }
+    if (disk && !disk->busType) {
+        disk->busType = busTypeOf(busDriverOf(hardware->description, parent.description));
+    }
     hardware->address = chooseAddress(hardware->description, parent);
     hardware->above = &parent;
     parent.below.push_back(hardware);
@@ -116,6 +151,9 @@ std::shared_ptr<Hardware> assembleHardware(const DeviceDescription &description)
     if (description.usb) {
         checkDescriptors(*description.usb);
     }
+    if (description.disk) {
+        checkDisk(description);
+    }
     static_cast<void>(securityFromSddl(description.security)); // throws for what is no SDDL
     auto hardware = std::make_shared<Hardware>();
     hardware->description = description;
@@ -125,6 +163,27 @@ std::shared_ptr<Hardware> assembleHardware(const DeviceDescription &description)
         attach(below, *hardware);
     }
     return hardware;
+}
+
+void MediumStore::equip(Hardware &hardware) {
+    if (hardware.description.disk) {
+        const MediumDescription &wanted = hardware.description.disk->medium;
+        const std::lock_guard guard(mutex_);
+        std::shared_ptr<Medium> &medium = media_[hardware.description.name];
+        if (medium == nullptr || medium->size() != wanted.bytes || medium->sectorBytes() != wanted.sectorBytes) {
+            medium = std::make_shared<Medium>(wanted);
+        }
+        hardware.medium = medium;
+    }
+    for (const auto &below : hardware.below) {
+        equip(*below);
+    }
+}
+
+std::shared_ptr<Medium> MediumStore::find(const std::string &disk) const {
+    const std::lock_guard guard(mutex_);
+    const auto found = media_.find(disk);
+    return found == media_.end() ? nullptr : found->second;
 }
 
 void connectHardware(const std::shared_ptr<Hardware> &hardware, Hardware &parent, const Hardware &root) {

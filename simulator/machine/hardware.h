@@ -1,8 +1,12 @@
 #pragma once
 
 #include "device_description.h"
+#include "medium.h"
 
+#include <map>
 #include <memory>
+#include <mutex>
+#include <string>
 #include <vector>
 
 namespace sim::machine {
@@ -13,6 +17,7 @@ namespace sim::machine {
 struct Hardware {
     DeviceDescription description;
     std::uint32_t address = noAddress; ///< port number below a hub, interface number below a composite device
+    std::shared_ptr<Medium> medium;    ///< of a disk
     Hardware *above = nullptr;         ///< null for the root and for what has been unplugged
     std::vector<std::shared_ptr<Hardware>> below;
 };
@@ -20,6 +25,19 @@ struct Hardware {
 /// The device with everything that is described below it. Throws std::invalid_argument for a description that
 /// contradicts itself.
 std::shared_ptr<Hardware> assembleHardware(const DeviceDescription &description);
+
+/// The media that were ever in a machine, by the names of their disks: a stick that is pulled out and plugged in again
+/// holds what it held. Thread-safe.
+class MediumStore {
+  public:
+    /// Gives every disk of the hardware its medium.
+    void equip(Hardware &hardware);
+    std::shared_ptr<Medium> find(const std::string &disk) const;
+
+  private:
+    mutable std::mutex mutex_;
+    std::map<std::string, std::shared_ptr<Medium>> media_;
+};
 
 /// Plugs it in: chooses its address. Throws std::invalid_argument when a name or an instance id below `root` is the
 /// same, when no port is free, or when the parent has no driver that could report it. Nothing is changed then.

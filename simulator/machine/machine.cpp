@@ -234,6 +234,10 @@ DeviceNode &Machine::rootHub() {
     return implementation_->rootHub();
 }
 
+DeviceNode &Machine::pciRoot() {
+    return *hostController().parent();
+}
+
 DeviceNode &Machine::plug(DeviceDescription description, DeviceNode *parent) {
     Node &below = static_cast<Node &>(parent != nullptr ? *parent : rootHub());
     return implementation_->plugAndPlay.plug(std::move(description), below);
@@ -249,6 +253,22 @@ DeviceNode &Machine::replug(DeviceNode &node) {
 
 DeviceNode *Machine::find(std::string_view name) {
     return implementation_->plugAndPlay.tree().byName(name);
+}
+
+Medium &Machine::medium(std::string_view disk) {
+    const std::shared_ptr<Medium> found = implementation_->plugAndPlay.media().find(std::string(disk));
+    if (found == nullptr) {
+        throw std::invalid_argument("there never was a disk \"" + std::string(disk) + "\"");
+    }
+    return *found;
+}
+
+std::shared_ptr<Volume> Machine::volume(std::string_view disk) {
+    return implementation_->plugAndPlay.volume(std::string(disk));
+}
+
+std::shared_ptr<Volume> Machine::mount(DeviceNode &disk) {
+    return implementation_->plugAndPlay.mount(static_cast<Node &>(disk));
 }
 
 std::vector<DeviceNode *> Machine::nodes() {

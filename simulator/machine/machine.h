@@ -3,6 +3,8 @@
 #include "../kernel/kernel.h"
 #include "device_description.h"
 #include "driver_image.h"
+#include "medium.h"
+#include "volume.h"
 
 #include <filesystem>
 #include <functional>
@@ -32,6 +34,7 @@ class DeviceNode {
     /// Drivers of the stack, bottom first, e.g. {"\Driver\USBHUB3", "\Driver\TarvenholtMyrtelhavenDriver",
     /// "\Driver\USBSTOR"}.
     virtual std::vector<std::u16string> stack() const = 0;
+    virtual bool hasMedium() const = 0;       ///< it is a disk, or a drive for media
     virtual std::string security() const = 0; ///< SDDL of the physical device object now
 };
 
@@ -112,6 +115,7 @@ class Machine {
     DeviceNode &rootNode();       ///< the node every tree ends in
     DeviceNode &hostController(); ///< a USB host controller with its root hub below, made on first use
     DeviceNode &rootHub();
+    DeviceNode &pciRoot(); ///< the PCI bus that the host controller is on, made on first use
     /// Enumerates a device below `parent` (default: the root hub), builds its stack, starts it and enumerates its
     /// children. Works in the calling thread. Throws std::invalid_argument for a description that contradicts itself or
     /// the machine (name or instance id in use, no free port), std::logic_error when `parent` is not started.
@@ -127,6 +131,13 @@ class Machine {
     /// is removed.
     void shutDown();
     DeviceNode *find(std::string_view name);
+    /// What the disk of that name holds, whether it is plugged in or not. Throws std::invalid_argument when there never
+    /// was such a disk.
+    Medium &medium(std::string_view disk);
+    /// The volume on the disk of that name, mounted when the disk arrived with a medium. Null without one.
+    std::shared_ptr<Volume> volume(std::string_view disk);
+    /// Mounts a running disk's medium, as after a change of the medium.
+    std::shared_ptr<Volume> mount(DeviceNode &disk);
     std::vector<DeviceNode *> nodes(); ///< every node below the root, parents before children
 
     /// Does what was put off (port cycles, device state questions) and waits for queued log records. Every plug, unplug

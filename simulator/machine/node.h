@@ -54,6 +54,7 @@ class Node final : public DeviceNode {
     bool hidden() const override;
     bool everStarted() const override;
     std::vector<std::u16string> stack() const override;
+    bool hasMedium() const override { return hardware_->medium != nullptr; }
     std::string security() const override;
 
     const std::shared_ptr<Hardware> &hardware() const { return hardware_; }

@@ -29,13 +29,17 @@ NTSTATUS PhysicalDevice::handle(PIRP irp, PIO_STACK_LOCATION location) {
     case IRP_MJ_CLEANUP:
     case IRP_MJ_CLOSE:
         return complete(irp, STATUS_SUCCESS, 0);
-    case IRP_MJ_DEVICE_CONTROL:
-    case IRP_MJ_INTERNAL_DEVICE_CONTROL:
-        refuseToGuessStorageRequest(location->Parameters.DeviceIoControl.IoControlCode);
-        return complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
     default:
-        return complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
+        return request(irp, location);
     }
+}
+
+NTSTATUS PhysicalDevice::request(PIRP irp, PIO_STACK_LOCATION location) {
+    const UCHAR major = location->MajorFunction;
+    if (major == IRP_MJ_DEVICE_CONTROL || major == IRP_MJ_INTERNAL_DEVICE_CONTROL) {
+        refuseToGuessStorageRequest(location->Parameters.DeviceIoControl.IoControlCode);
+    }
+    return complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
 }
 
 // learn.microsoft.com: "Plug and Play minor IRPs"; what a bus driver does not handle it completes unchanged.
@@ -53,8 +57,10 @@ NTSTATUS PhysicalDevice::plugAndPlay(PIRP irp, PIO_STACK_LOCATION location) {
     case IRP_MN_CANCEL_STOP_DEVICE:
     case IRP_MN_DEVICE_ENUMERATED:
         return complete(irp, STATUS_SUCCESS, 0);
-    case IRP_MN_STOP_DEVICE:
     case IRP_MN_SURPRISE_REMOVAL:
+        disappear();
+        [[fallthrough]];
+    case IRP_MN_STOP_DEVICE:
         started_ = false;
         return complete(irp, STATUS_SUCCESS, 0);
     case IRP_MN_REMOVE_DEVICE:
@@ -102,6 +108,7 @@ NTSTATUS PhysicalDevice::remove(PIRP irp) {
     if (present_) {
         return complete(irp, STATUS_SUCCESS, 0);
     }
+    disappear();
     removeLock_.closeAndWait();
     deleteDevice(object_);
     return complete(irp, STATUS_SUCCESS, 0);

@@ -5,6 +5,7 @@
 #include "device_tree.h"
 #include "services.h"
 #include "stack_plan.h"
+#include "volume.h"
 
 #include <atomic>
 
@@ -18,6 +19,11 @@ class PlugAndPlay {
     ~PlugAndPlay();
 
     DeviceTree &tree() { return tree_; }
+    const MediumStore &media() const { return media_; }
+    /// The volume that was mounted last on the disk of that name; null without one.
+    std::shared_ptr<Volume> volume(const std::string &disk);
+    /// Mounts the medium (again). Null when the disk does not run.
+    std::shared_ptr<Volume> mount(Node &node);
     std::atomic<MachineObserver *> observer = nullptr;
 
     /// See Machine. These throw std::invalid_argument for a description that no machine could have and std::logic_error
@@ -100,8 +106,11 @@ class PlugAndPlay {
     Services &services_;
     const HubStatuses hubStatuses_;
     DeviceTree tree_;
+    MediumStore media_;
+    std::map<std::string, std::shared_ptr<Volume>> volumes_; ///< guarded by the tree's mutex
     std::atomic<unsigned> autoNames_ = 0x40;
     std::atomic<unsigned> usbNames_ = 0;
+    std::atomic<unsigned> diskNumbers_ = 0;
     std::map<std::u16string, unsigned> driverKeys_; ///< last number by upcased class; guarded by the tree's mutex
     std::vector<Node *> postponed_;                 ///< guarded by the tree's mutex
     ActionQueue actions_;                           ///< last: its thread ends before anything else goes

@@ -269,10 +269,16 @@ NTSTATUS PropertyProvider::deviceProperty(PDEVICE_OBJECT physicalDevice, const D
 // learn.microsoft.com: IoGetDeviceInterfaces. Interfaces belong to the physical device object.
 std::vector<std::u16string> PropertyProvider::interfaces(PDEVICE_OBJECT physicalDevice, const GUID &interfaceClass,
                                                          bool enabledOnly) {
+    std::vector<Node *> asked;
+    if (physicalDevice == nullptr) {
+        asked = tree_.all();
+    } else if (Node *node = tree_.byDevice(physicalDevice)) {
+        asked.push_back(node);
+    }
     std::vector<std::u16string> links;
-    for (const Node *node : tree_.all()) {
-        const std::lock_guard guard(tree_.mutex);
-        if (physicalDevice != nullptr && node->state.device != physicalDevice) {
+    const std::lock_guard guard(tree_.mutex);
+    for (const Node *node : asked) {
+        if (node->state.gone) {
             continue;
         }
         for (const DeviceInterface &interface : node->state.interfaces) {

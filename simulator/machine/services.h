@@ -10,6 +10,8 @@
 namespace sim::machine {
 
 inline constexpr std::u16string_view driverService = u"TarvenholtMyrtelhavenDriver";
+/// The disk class driver.
+inline constexpr std::u16string_view diskService = u"disk";
 /// The instance id of the root node, and the driver that makes the devices below it.
 inline constexpr std::u16string_view rootInstance = u"HTREE\\ROOT\\0";
 inline constexpr std::u16string_view rootBus = u"PnpManager";

@@ -3,12 +3,12 @@
 namespace sim::machine {
 
 const std::vector<SetupClass> &setupClasses() {
-    static const std::vector<SetupClass> classes{setup::usb,       setup::portable,    setup::humanInterface,
-                                                 setup::image,     setup::scsiAdapter, setup::smartCardReader,
-                                                 setup::usbDevice, setup::network,     setup::diskDrive,
-                                                 setup::system,    setup::computer,    setup::bluetooth,
-                                                 setup::keyboard,  setup::mouse,       setup::volume,
-                                                 setup::media,     setup::camera,      setup::ports};
+    static const std::vector<SetupClass> classes{
+        setup::usb,         setup::portable,        setup::humanInterface, setup::image,
+        setup::scsiAdapter, setup::smartCardReader, setup::usbDevice,      setup::network,
+        setup::diskDrive,   setup::system,          setup::computer,       setup::bluetooth,
+        setup::keyboard,    setup::mouse,           setup::volume,         setup::media,
+        setup::camera,      setup::ports,           setup::diskController, setup::sdHost};
     return classes;
 }
 

@@ -32,6 +32,8 @@ inline constexpr SetupClass volume{u"{71a27cdd-812a-11d0-bec7-08002be2092f}", u"
 inline constexpr SetupClass media{u"{4d36e96c-e325-11ce-bfc1-08002be10318}", u"MEDIA"};
 inline constexpr SetupClass camera{u"{ca3e7ab9-b4c3-4ae6-8251-579ef933890f}", u"Camera"};
 inline constexpr SetupClass ports{u"{4d36e978-e325-11ce-bfc1-08002be10318}", u"Ports"};
+inline constexpr SetupClass diskController{u"{4d36e96a-e325-11ce-bfc1-08002be10318}", u"hdc"};
+inline constexpr SetupClass sdHost{u"{a0a588a4-c46f-4b37-b7ea-c82fe89870c6}", u"SDHost"};
 } // namespace setup
 
 /// Every class that the machine's registry holds at first.

@@ -1,5 +1,7 @@
 #include "plug_and_play.h"
 
+#include "disk_device.h"
+
 #include "../framework/framework.h"
 #include "../kernel/kernel.h"
 #include "../kernel/security.h"
@@ -112,6 +114,8 @@ void PlugAndPlay::addSimulated(Node &node, const StackMember &member, SimulatedD
         function = &driver.make<HubDevice>(physicalDevice, node.description().hubPorts, hubStatuses_,
                                            [this](PDEVICE_OBJECT device) { portCycled(device); });
         interfaces.push_back({GUID_DEVINTERFACE_USB_HUB});
+    } else if (auto *port = dynamic_cast<DiskPort *>(node.bus); port != nullptr) {
+        function = &driver.make<DiskDevice>(physicalDevice, *port, diskNumbers_++);
     } else {
         function = &driver.make<FunctionDevice>(physicalDevice);
     }

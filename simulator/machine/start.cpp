@@ -25,7 +25,24 @@ bool PlugAndPlay::start(Node &node) {
         node.state.started = true;
     }
     notifyChanged(node);
+    const std::optional<DiskDescription> &disk = node.description().disk;
+    if (disk && disk->mounts && node.hardware()->medium->present()) {
+        post([this, &node] { mount(node); });
+    }
     return true;
+}
+
+/// What the mount manager and a file system do when a disk with a medium arrives.
+std::shared_ptr<Volume> PlugAndPlay::mount(Node &node) {
+    const auto volume = node.started() ? std::make_shared<Volume>(node) : nullptr;
+    const std::lock_guard guard(tree_.mutex);
+    return volumes_[node.description().name] = volume;
+}
+
+std::shared_ptr<Volume> PlugAndPlay::volume(const std::string &disk) {
+    const std::lock_guard guard(tree_.mutex);
+    const auto found = volumes_.find(disk);
+    return found == volumes_.end() ? nullptr : found->second;
 }
 
 // learn.microsoft.com: IRP_MN_QUERY_PNP_DEVICE_STATE. That a disabled device is removed as by surprise and gets code 29

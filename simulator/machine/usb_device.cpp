@@ -1,7 +1,9 @@
 #include "usb_device.h"
 
 #include "../kernel/strings.h"
+#include "place_hash.h"
 #include "setup_classes.h"
+#include "storage_device.h"
 
 #include <fmt/format.h>
 
@@ -15,15 +17,6 @@ namespace {
 
 std::string vendorAndProduct(const UsbIdentity &identity) {
     return fmt::format("USB\\VID_{:04X}&PID_{:04X}", identity.vendorId, identity.productId);
-}
-
-/// Stands in for the hash of the place where the device is plugged: the same name gives the same digits.
-std::uint32_t placeHash(std::string_view name) {
-    std::uint32_t hash = 2166136261U;
-    for (const char letter : name) {
-        hash = (hash ^ static_cast<unsigned char>(letter)) * 16777619U;
-    }
-    return hash;
 }
 
 /// The serial number, unless one of its characters may not occur in an instance id.
@@ -93,22 +86,16 @@ DeviceDescription functionOf(const DeviceDescription &parent, const UsbIdentity 
     return device;
 }
 
-DeviceDescription disk(const DeviceDescription &parent, std::u16string_view enumerator, const UsbIdentity &identity) {
-    const std::string product = fmt::format("{:04X}", identity.productId);
-    DeviceDescription device;
-    device.name = parent.name + " disk";
-    device.instanceId = std::u16string(enumerator) +
-                        toUtf16(fmt::format("\\DISK&VEN_{:04X}&PROD_{}\\", identity.vendorId, product)) +
-                        parent.instanceId.substr(parent.instanceId.rfind(u'\\') + 1) + u"&0";
-    device.hardwareIds = {std::u16string(enumerator) +
-                              toUtf16(fmt::format("\\Disk{:04X}____{}____________1.00", identity.vendorId, product)),
-                          u"GenDisk"};
-    device.compatibleIds = {std::u16string(enumerator) + u"\\Disk", std::u16string(enumerator) + u"\\RAW"};
-    device.service = u"disk";
-    device.classGuid = setup::diskDrive.guid;
-    device.description = u"Disk drive";
-    device.removable = false;
-    return device;
+DeviceDescription disk(const DeviceDescription &parent, std::u16string_view enumerator, const UsbIdentity &identity,
+                       bool removableMedia) {
+    DiskIdentity own;
+    own.vendor = identity.manufacturer.empty() ? "Generic" : toUtf8(identity.manufacturer);
+    own.product = identity.product.empty() ? "Flash Disk" : toUtf8(identity.product);
+    own.revision = fmt::format("{:x}.{:02x}", identity.release >> 8, identity.release & 0xFF);
+    own.serial = toUtf8(identity.serial);
+    own.removableMedia = removableMedia;
+    return diskDevice(parent.name + " disk", enumerator, own,
+                      parent.instanceId.substr(parent.instanceId.rfind(u'\\') + 1) + u"&0");
 }
 
 } // namespace
@@ -155,7 +142,7 @@ DeviceDescription usbFlashDrive(std::string name, const UsbIdentity &identity) {
     DeviceDescription device =
         usbDevice(std::move(name), identity, {0x08, 0x06, 0x50}, u"USBSTOR", std::u16string(setup::usb.guid));
     device.description = u"USB Mass Storage Device";
-    device.children.push_back(disk(device, u"USBSTOR", identity));
+    device.children.push_back(disk(device, u"USBSTOR", identity, true));
     return device;
 }
 
@@ -164,7 +151,7 @@ DeviceDescription usbUaspDisk(std::string name, const UsbIdentity &identity) {
         usbDevice(std::move(name), identity, {0x08, 0x06, 0x62}, u"UASPSTOR", std::u16string(setup::scsiAdapter.guid));
     device.description = u"USB Attached SCSI (UAS) Mass Storage Device";
     device.instanceId = toUtf16(vendorAndProduct(identity)) + u"\\MSFT30" + instancePart(identity, device.name);
-    device.children.push_back(disk(device, u"SCSI", identity));
+    device.children.push_back(disk(device, u"SCSI", identity, false));
     return device;
 }
 

@@ -36,6 +36,8 @@ class DeviceFile : public std::enable_shared_from_this<DeviceFile> {
     /// Whether its handle was opened with the rights that a control code asks for.
     /// learn.microsoft.com: "Defining I/O Control Codes", RequiredAccess.
     bool allows(ULONG controlCode) const;
+    /// Whether it may read or write data.
+    bool allowsTransfer(bool isWrite) const { return isWrite ? object_.WriteAccess : object_.ReadAccess; }
     /// Closes the handle, in a thread of the process.
     void closeHandle();
 

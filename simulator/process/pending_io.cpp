@@ -40,19 +40,34 @@ PendingIo::PendingIo(std::shared_ptr<DeviceFile> file, ControlRequest request, s
     : request_(std::move(request)), file_(std::move(file)), bell_(std::move(bell)),
       output_(request_.outputBytes, untouched) {}
 
+PendingIo::PendingIo(std::shared_ptr<DeviceFile> file, TransferRequest request, std::shared_ptr<Bell> bell)
+    : transfer_(std::move(request)), file_(std::move(file)), bell_(std::move(bell)),
+      output_(transfer_->isWrite ? transfer_->data : std::vector<std::uint8_t>(transfer_->length, untouched)) {}
+
 std::shared_ptr<PendingIo> PendingIo::send(std::shared_ptr<DeviceFile> file, ControlRequest request, PETHREAD thread,
                                            std::shared_ptr<Bell> bell) {
     auto io = std::make_shared<PendingIo>(std::move(file), std::move(request), std::move(bell));
-    if (io->file_ == nullptr) {
-        io->refuse(STATUS_INVALID_HANDLE);
-    } else if (!io->file_->allows(io->request_.code)) {
-        io->refuse(STATUS_ACCESS_DENIED);
-    } else if (!io->file_->requestStarts()) {
-        io->refuse(STATUS_INVALID_HANDLE);
-    } else {
-        io->start(thread);
-    }
+    io->begin(thread, io->file_ != nullptr && io->file_->allows(io->request_.code));
     return io;
+}
+
+std::shared_ptr<PendingIo> PendingIo::send(std::shared_ptr<DeviceFile> file, TransferRequest request, PETHREAD thread,
+                                           std::shared_ptr<Bell> bell) {
+    auto io = std::make_shared<PendingIo>(std::move(file), std::move(request), std::move(bell));
+    io->begin(thread, io->file_ != nullptr && io->file_->allowsTransfer(io->transfer_->isWrite));
+    return io;
+}
+
+void PendingIo::begin(PETHREAD thread, bool allowed) {
+    if (file_ == nullptr) {
+        refuse(STATUS_INVALID_HANDLE);
+    } else if (!allowed) {
+        refuse(STATUS_ACCESS_DENIED);
+    } else if (!file_->requestStarts()) {
+        refuse(STATUS_INVALID_HANDLE);
+    } else {
+        start(thread);
+    }
 }
 
 void PendingIo::refuse(NTSTATUS status) {
@@ -60,11 +75,46 @@ void PendingIo::refuse(NTSTATUS status) {
     showBack();
 }
 
-// learn.microsoft.com: "Buffer Descriptions for I/O Control Codes"
 void PendingIo::start(PETHREAD thread) {
     const PDEVICE_OBJECT top = file_->topOfStack();
-    irp_ = allocateUserIrp(top, IRP_MJ_DEVICE_CONTROL, file_->object(), thread);
+    const UCHAR transfer = transfer_ && transfer_->isWrite ? IRP_MJ_WRITE : IRP_MJ_READ;
+    irp_ = allocateUserIrp(top, transfer_ ? transfer : IRP_MJ_DEVICE_CONTROL, file_->object(), thread);
     const PIO_STACK_LOCATION location = IoGetNextIrpStackLocation(irp_);
+    if (transfer_) {
+        describeTransfer(top, location);
+    } else {
+        describeControl(location);
+    }
+    irpUsers_ = 1;
+    self_ = shared_from_this();
+    IoSetCompletionRoutine(irp_, cameBack, this, TRUE, TRUE, TRUE);
+    const InProcess inside(file_->processId());
+    IofCallDriver(top, irp_);
+}
+
+// learn.microsoft.com: "Methods for Accessing Data Buffers"
+void PendingIo::describeTransfer(PDEVICE_OBJECT top, PIO_STACK_LOCATION location) {
+    const auto length = static_cast<ULONG>(output_.size());
+    LARGE_INTEGER offset{};
+    offset.QuadPart = static_cast<LONGLONG>(transfer_->offset);
+    if (transfer_->isWrite) {
+        location->Parameters.Write.Length = length;
+        location->Parameters.Write.ByteOffset = offset;
+    } else {
+        location->Parameters.Read.Length = length;
+        location->Parameters.Read.ByteOffset = offset;
+    }
+    if ((top->Flags & DO_BUFFERED_IO) != 0) {
+        notSimulated(transfer_->isWrite ? "WriteFile" : "ReadFile", "buffered I/O", nullptr);
+    }
+    irp_->UserBuffer = output_.data();
+    if ((top->Flags & DO_DIRECT_IO) != 0 && length != 0) {
+        describeMemory();
+    }
+}
+
+// learn.microsoft.com: "Buffer Descriptions for I/O Control Codes"
+void PendingIo::describeControl(PIO_STACK_LOCATION location) {
     auto &parameters = location->Parameters.DeviceIoControl;
     parameters.IoControlCode = request_.code;
     parameters.InputBufferLength = static_cast<ULONG>(request_.input.size());
@@ -81,23 +131,18 @@ void PendingIo::start(PETHREAD thread) {
     default: // direct I/O: the driver gets at the output, in either direction, through a description of its pages
         giveSystemBuffer(irp_, request_, 0);
         if (!output_.empty()) {
-            describeOutput();
+            describeMemory();
         }
         break;
     }
-    irpUsers_ = 1;
-    self_ = shared_from_this();
-    IoSetCompletionRoutine(irp_, cameBack, this, TRUE, TRUE, TRUE);
-    const InProcess inside(file_->processId());
-    IofCallDriver(top, irp_);
 }
 
-void PendingIo::describeOutput() {
-    directBuffer_.Size = sizeof directBuffer_;
-    directBuffer_.MappedSystemVa = output_.data();
-    directBuffer_.StartVa = output_.data();
-    directBuffer_.ByteCount = static_cast<ULONG>(output_.size());
-    irp_->MdlAddress = &directBuffer_;
+void PendingIo::describeMemory() {
+    memory_.Size = sizeof(memory_);
+    memory_.MappedSystemVa = output_.data();
+    memory_.StartVa = output_.data();
+    memory_.ByteCount = static_cast<ULONG>(output_.size());
+    irp_->MdlAddress = &memory_;
 }
 
 NTSTATUS PendingIo::cameBack(PDEVICE_OBJECT, PIRP, PVOID context) {
@@ -128,16 +173,34 @@ void PendingIo::finish() {
     const std::shared_ptr<PendingIo> keep = std::move(self_);
     status_ = irp_->IoStatus.Status;
     information_ = irp_->IoStatus.Information;
-    const auto mistake = copyAnswer();
+    const auto mistake = transfer_ ? countTransferred() : copyAnswer();
     freeIrp(irp_);
     file_->requestEnds();
     showBack();
     if (mistake) {
         bugCheck(mistake->rule, "IofCompleteRequest",
-                 "the request with control code " + hex(request_.code) + " was completed with Information " +
-                     std::to_string(information_) + mistake->message,
+                 "the " + name() + " was completed with Information " + std::to_string(information_) + mistake->message,
                  nullptr);
     }
+}
+
+std::string PendingIo::name() const {
+    if (!transfer_) {
+        return "request with control code " + hex(request_.code);
+    }
+    return std::string(transfer_->isWrite ? "write at " : "read at ") + std::to_string(transfer_->offset);
+}
+
+/// The bytes are in the caller's buffer already; the driver only says how many.
+std::optional<PendingIo::Mistake> PendingIo::countTransferred() {
+    if (NT_ERROR(status_)) {
+        return std::nullopt;
+    }
+    if (information_ > output_.size()) {
+        return Mistake{"io information", ", its caller's buffer has " + std::to_string(output_.size()) + " bytes"};
+    }
+    copied_ = transfer_->isWrite ? 0 : information_;
+    return std::nullopt;
 }
 
 // learn.microsoft.com: "I/O Status Blocks": exactly Information bytes, warnings too, and nothing of an error.

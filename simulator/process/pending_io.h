@@ -22,7 +22,16 @@ struct ControlRequest {
     unsigned thread = 1; ///< number of the process's thread that makes it
 };
 
-/// A control request under way, or come back. Thread-safe. It may be dropped at any time; the request goes on.
+/// A read or a write as a program makes it (learn.microsoft.com: ReadFile, WriteFile).
+struct TransferRequest {
+    bool isWrite = false;
+    std::uint64_t offset = 0;
+    std::vector<std::uint8_t> data; ///< of a write
+    std::size_t length = 0;         ///< of a read
+    unsigned thread = 1;
+};
+
+/// A request under way, or come back. Thread-safe. It may be dropped at any time; the request goes on.
 class PendingIo : public std::enable_shared_from_this<PendingIo> {
   public:
     /// Makes the request in a thread of the process. Without a file it comes back at once with STATUS_INVALID_HANDLE;
@@ -30,12 +39,16 @@ class PendingIo : public std::enable_shared_from_this<PendingIo> {
     /// Rings the bell once it is back.
     static std::shared_ptr<PendingIo> send(std::shared_ptr<DeviceFile> file, ControlRequest request, PETHREAD thread,
                                            std::shared_ptr<Bell> bell);
+    /// The same for a read or a write, which needs the right to read or write data.
+    static std::shared_ptr<PendingIo> send(std::shared_ptr<DeviceFile> file, TransferRequest request, PETHREAD thread,
+                                           std::shared_ptr<Bell> bell);
 
     PendingIo(std::shared_ptr<DeviceFile> file, ControlRequest request, std::shared_ptr<Bell> bell);
+    PendingIo(std::shared_ptr<DeviceFile> file, TransferRequest request, std::shared_ptr<Bell> bell);
     PendingIo(const PendingIo &) = delete;
     PendingIo &operator=(const PendingIo &) = delete;
 
-    const ControlRequest &request() const { return request_; }
+    unsigned thread() const { return transfer_ ? transfer_->thread : request_.thread; }
     const DeviceFile *file() const { return file_.get(); }
     bool isBack() const;
     /// Waits until it is back; stops the run when that takes more than two minutes of the host's time.
@@ -54,8 +67,12 @@ class PendingIo : public std::enable_shared_from_this<PendingIo> {
   private:
     static NTSTATUS cameBack(PDEVICE_OBJECT, PIRP, PVOID context);
     void refuse(NTSTATUS status);
+    void begin(PETHREAD thread, bool allowed);
     void start(PETHREAD thread);
-    void describeOutput();
+    void describeMemory();
+    void describeControl(PIO_STACK_LOCATION location);
+    void describeTransfer(PDEVICE_OBJECT top, PIO_STACK_LOCATION location);
+    std::string name() const;
     void userLeaves();
     void finish();
     struct Mistake {
@@ -63,14 +80,16 @@ class PendingIo : public std::enable_shared_from_this<PendingIo> {
         std::string message;
     };
     std::optional<Mistake> copyAnswer();
+    std::optional<Mistake> countTransferred();
     void showBack();
 
     const ControlRequest request_;
+    std::optional<TransferRequest> transfer_;
+    MDL memory_{};                           ///< describes the caller's buffer for direct I/O
     const std::shared_ptr<DeviceFile> file_; ///< null for a request without a valid handle
     const std::shared_ptr<Bell> bell_;
     std::shared_ptr<PendingIo> self_; ///< while the driver has it
     PIRP irp_ = nullptr;
-    MDL directBuffer_{};            ///< of the caller's buffer, for direct I/O
     std::atomic<int> irpUsers_ = 0; ///< the I/O itself and threads that cancel it; the last one frees the IRP
 
     std::vector<std::uint8_t> output_;

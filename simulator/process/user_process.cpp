@@ -9,6 +9,7 @@ namespace sim {
 using process::ControlRequest;
 using process::DeviceFile;
 using process::PendingIo;
+using process::TransferRequest;
 
 UserProcess::UserProcess(unsigned id) : id_(id) {}
 
@@ -29,9 +30,10 @@ PETHREAD UserProcess::threadRecord(unsigned thread) {
 
 NTSTATUS UserProcess::open(std::u16string_view name, Handle &handle, ACCESS_MASK access) {
     const PDEVICE_OBJECT device = process::deviceByName(name);
-    if (device == nullptr) {
-        return STATUS_OBJECT_NAME_NOT_FOUND;
-    }
+    return device == nullptr ? STATUS_OBJECT_NAME_NOT_FOUND : open(device, handle, access);
+}
+
+NTSTATUS UserProcess::open(PDEVICE_OBJECT device, Handle &handle, ACCESS_MASK access) {
     const auto file = std::make_shared<DeviceFile>(device, access, id_, threadRecord(1));
     const NTSTATUS status = file->open();
     if (NT_SUCCESS(status)) {
@@ -67,7 +69,8 @@ std::vector<UserProcess::Handle> UserProcess::handles() const {
     return open;
 }
 
-UserProcess::Io UserProcess::begin(Handle handle, ControlRequest request) {
+template<typename Request>
+UserProcess::Io UserProcess::make(Handle handle, Request request) {
     const PETHREAD thread = threadRecord(request.thread);
     std::shared_ptr<DeviceFile> file;
     {
@@ -77,10 +80,33 @@ UserProcess::Io UserProcess::begin(Handle handle, ControlRequest request) {
     }
     const Io io = PendingIo::send(std::move(file), std::move(request), thread, bell_);
     const std::lock_guard lock(mutex_);
-    std::erase_if(requests_, [](const Io &made) { return made->isBack(); });
+    if (requests_.size() >= lookAgainAt_) {
+        std::erase_if(requests_, [](const Io &made) { return made->isBack(); });
+        lookAgainAt_ = 2 * requests_.size() + 1;
+    }
     if (!io->isBack()) {
         requests_.push_back(io);
     }
+    return io;
+}
+
+UserProcess::Io UserProcess::begin(Handle handle, ControlRequest request) {
+    return make(handle, std::move(request));
+}
+
+UserProcess::Io UserProcess::begin(Handle handle, TransferRequest request) {
+    return make(handle, std::move(request));
+}
+
+UserProcess::Io UserProcess::read(Handle handle, std::uint64_t offset, std::size_t length) {
+    const Io io = begin(handle, TransferRequest{false, offset, {}, length});
+    io->await();
+    return io;
+}
+
+UserProcess::Io UserProcess::write(Handle handle, std::uint64_t offset, std::vector<std::uint8_t> data) {
+    const Io io = begin(handle, TransferRequest{true, offset, std::move(data)});
+    io->await();
     return io;
 }
 
@@ -120,7 +146,7 @@ void UserProcess::cancelAll(Handle handle) {
 }
 
 void UserProcess::endThread(unsigned thread) {
-    cancelWhere([thread](const PendingIo &io) { return io.request().thread == thread; });
+    cancelWhere([thread](const PendingIo &io) { return io.thread() == thread; });
 }
 
 void UserProcess::die() {

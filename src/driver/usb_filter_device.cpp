@@ -121,6 +121,16 @@ NTSTATUS createUsbFilterDevice(PWDFDEVICE_INIT deviceInit, const UNICODE_STRING 
     return status;
 }
 
+UsbMode usbModeOf(PDEVICE_OBJECT device) {
+    const DeviceReference filterObject = findUsbFilterDevice(device);
+    if (!filterObject) {
+        return UsbMode::Allowed;
+    }
+    FastMutexLock hold(getDriverContext().usbFilterMutex);
+    const UsbFilterDevice *filter = listedFilter(filterObject.get());
+    return filter != nullptr ? filter->mode : UsbMode::Unknown;
+}
+
 UsbFilterCopy::~UsbFilterCopy() {
     if (memory_) {
         get().~UsbFilterDevice();

@@ -45,6 +45,10 @@ class [[nodiscard]] UsbFilterCopy {
     PoolMemory memory_;
 };
 
+/// What was decided for a USB device. Allowed when this driver has no USB filter in the device's stack; Unknown when it
+/// has one that is not decided or has ended, its device being unplugged. PASSIVE_LEVEL.
+UsbMode usbModeOf(PDEVICE_OBJECT device);
+
 /// Puts a filter on a USB device, decides the device's mode, enforces it and tells the service.
 /// `hardwareIds` is the whole list. Returns what device add returns. PASSIVE_LEVEL.
 NTSTATUS createUsbFilterDevice(PWDFDEVICE_INIT deviceInit, const UNICODE_STRING &hardwareIds);

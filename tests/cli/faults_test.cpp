@@ -95,6 +95,58 @@ TEST(FaultCheck, ADeviceThatRunsWithoutItsFailedFilterIsAProblem) {
                 ElementsAre(HasSubstr("stick: runs although its add failed with STATUS_INSUFFICIENT_RESOURCES")));
 }
 
+TEST(FaultCheck, ADiskWithoutItsFilterIsAProblemOnceItIsKnown) {
+    DeviceOutcome disk = outcomeOf("enclosure/disk", "read-only", true, 1);
+    disk.attached = "thunderbolt-filter";
+    DeviceOutcome hidden = failedAdd(disk, "Failed, status = 0xc000009a");
+    hidden.started = hidden.everStarted = true;
+    hidden.problem = 0;
+    hidden.returned = STATUS_SUCCESS;
+    EXPECT_THAT(faultProblems(resultOf({disk}), resultOf({hidden}, 1), true), IsEmpty());
+    EXPECT_EQ(openedAsMeant(resultOf({disk}), resultOf({hidden}, 1)), 1u);
+    disk.attached = "disk-filter";
+    EXPECT_THAT(faultProblems(resultOf({disk}), resultOf({hidden}, 1), true), testing::SizeIs(2));
+    // An internal disk, whose add fails without any fault.
+    EXPECT_THAT(faultProblems(resultOf({hidden}), resultOf({hidden}, 1), true), IsEmpty());
+}
+
+TEST(FaultCheck, AUsbDiskMayBeAsOpenAsItsDevice) {
+    const DeviceOutcome stick = outcomeOf("stick", "read-only", true, 1);
+    DeviceOutcome disk = outcomeOf("stick/disk", "read-only", true, 1);
+    disk.attached = "disk-filter";
+    disk.values.reset();
+    disk.why.reason = Reason::usbDevice;
+    DeviceOutcome open = disk;
+    open.decision = "allowed";
+    EXPECT_THAT(faultProblems(resultOf({stick, disk}), resultOf({stick, open}, 1), true), testing::SizeIs(1));
+    DeviceOutcome unfiltered = stick;
+    unfiltered.values.reset();
+    unfiltered.attached = "nothing";
+    unfiltered.decision = "none";
+    EXPECT_THAT(faultProblems(resultOf({stick, disk}), resultOf({unfiltered, open}, 1), true), IsEmpty());
+}
+
+TEST(FaultCheck, AMemoryCardIsOpenWithoutItsSetting) {
+    DeviceOutcome card = outcomeOf("card", "read-only", true, 1);
+    card.attached = "sd-card-filter";
+    card.why.reason = Reason::sdCardMode;
+    DeviceOutcome open = card;
+    open.decision = "allowed";
+    EXPECT_THAT(faultProblems(resultOf({card}), resultOf({open}, 1), true), IsEmpty());
+    EXPECT_EQ(openedAsMeant(resultOf({card}), resultOf({open}, 1)), 1u);
+}
+
+TEST(FaultCheck, NoLineIsWrittenOfADiskThatIsNotKnownYet) {
+    DeviceOutcome disk = outcomeOf("stick/disk", "read-only", true, 1);
+    disk.attached = "disk-filter";
+    disk.log = {{"", "INFO", "Disk information busType = 7, isRemovable = 1"}};
+    DeviceOutcome failed = failedAdd(disk, "");
+    failed.log = {{"", "INFO", "onDriverDeviceAdd hardwareIds = GenDisk"}};
+    EXPECT_THAT(faultProblems(resultOf({disk}), resultOf({failed}, 1), true), IsEmpty());
+    failed.log.push_back(disk.log[0]);
+    EXPECT_THAT(faultProblems(resultOf({disk}), resultOf({failed}, 1), true), testing::SizeIs(1));
+}
+
 TEST(FaultCheck, AFailureThatNoErrorLineNamesIsAProblem) {
     const PlayResult sound = resultOf({outcomeOf("stick", "allowed", true, 1)});
     const PlayResult faulty = resultOf({failedAdd(sound.outcomes[0], "Failed to init device, status = 0xc0000001")}, 1);

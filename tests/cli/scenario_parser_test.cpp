@@ -53,7 +53,8 @@ TEST(ScenarioParser, namesUnknownKeysWithTheNearestKnownOne) {
         (Lines{"s.yaml:3: unknown key 'plugg' in step (did you mean 'plug'?)",
                "s.yaml:3: a step needs one of load, unload, start-control-node, plug, unplug, replug, set, delete, "
                "registry, reg-file, files, open, close, request, reply, cancel, end-thread, die, sleep, wake, "
-               "shut-down, clock, advance, volume, log-workers, fail, expect"}));
+               "shut-down, read, write, disk-control, await, save, write-back, mount, medium, clock, advance, volume, "
+               "log-workers, fail, expect"}));
     EXPECT_EQ(problemsOf("steps: [lod]"), (Lines{"s.yaml:1: unknown step 'lod' (did you mean 'load'?)"}));
 }
 

@@ -18,6 +18,10 @@ OBJECTS = {
     "hubAnswer": STICK % ", usb: {answers: {languages: {zzzzzzzz: 1}}}",
     "answers": STICK % ", usb: {answers: {zzzzzzzz: 1}}",
     "usb": STICK % ", usb: {zzzzzzzz: 1}",
+    "disk": STICK % ", service: disk, disk: {zzzzzzzz: 1}",
+    "storageQuery": STICK % ", service: disk, disk: {storage-query: {zzzzzzzz: 1}}",
+    "medium": STICK % ", service: disk, disk: {medium: {zzzzzzzz: 1}}",
+    "controlAnswer": STICK % ", service: disk, disk: {control-answers: {trim: {zzzzzzzz: 1}}}",
     "device": STICK % ", zzzzzzzz: 1",
     "childDevice": STICK % ", children: {c: {instance: y, zzzzzzzz: 1}}",
     "fault": STEP % "fail: {zzzzzzzz: 1}",
@@ -35,6 +39,13 @@ OBJECTS = {
     "requestExpectations": STEP % "expect: {requests: {r: {zzzzzzzz: 1}}}",
     "notification": STEP % "expect: {requests: {r: {notification: {zzzzzzzz: 1}}}}",
     "listedDevice": STEP % "expect: {requests: {r: {devices: [{zzzzzzzz: 1}]}}}",
+    "readStep": STEP % "read: {disk: d, zzzzzzzz: 1}",
+    "writeStep": STEP % "write: {disk: d, fill: 1, zzzzzzzz: 1}",
+    "controlStep": STEP % "disk-control: {disk: d, code: trim, zzzzzzzz: 1}",
+    "saveStep": STEP % "save: {disk: d, fill: 1, zzzzzzzz: 1}",
+    "mediumStep": STEP % "medium: {disk: d, zzzzzzzz: 1}",
+    "diskExpectation": STEP % "expect: {disks: {d: {zzzzzzzz: 1}}}",
+    "requestNumbers": STEP % "expect: {disks: {d: {entered: {zzzzzzzz: 1}}}}",
     "step": STEP % "zzzzzzzz: 1",
 }
 
@@ -52,6 +63,10 @@ WORDS = {
     ("deviceExpectations", "enforcement"): STICK % ", expect: {enforcement: zzzzzzzz}",
     ("deviceExpectations", "why"): STICK % ", expect: {why: zzzzzzzz}",
     ("deviceExpectations", "mode"): STICK % ", expect: {mode: zzzzzzzz}",
+    ("disk", "bus"): STICK % ", service: disk, disk: {bus: zzzzzzzz}",
+    ("storageQuery", "short-buffer"): STICK % ", service: disk, disk: {storage-query: {short-buffer: zzzzzzzz}}",
+    ("diskExpectation", "volume"): STEP % "expect: {disks: {d: {volume: zzzzzzzz}}}",
+    ("controlStep", "code"): STEP % "disk-control: {disk: d, code: zzzzzzzz}",
     ("typedValue", "type"): "policy: {A: {type: zzzzzzzz, text: a}}\n",
 }
 
@@ -86,5 +101,7 @@ def places(definitions):
         parts = [definitions[name], *definitions[name].get("oneOf", [])]
         found.append(Place(name, text, [key for part in parts for key in part.get("properties", {})]))
     for (name, key), text in WORDS.items():
-        found.append(Place(f"{name} {key}", text, words_of(definitions[name]["properties"][key])))
+        schema = definitions[name]["properties"][key]
+        named = schema.get("$ref", "").removeprefix("#/definitions/")
+        found.append(Place(f"{name} {key}", text, words_of(definitions[named] if named else schema)))
     return found

@@ -105,6 +105,7 @@ NTSTATUS addDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physical) {
         auto *filter = static_cast<FilterExtension *>(device->DeviceExtension);
         filter->physical = physical;
         filter->lower = attachDevice(device, physical);
+        device->Flags |= filter->lower->Flags & (DO_BUFFERED_IO | DO_DIRECT_IO | DO_POWER_PAGABLE);
         if (current->clearsInitializing) {
             device->Flags &= ~static_cast<ULONG>(DO_DEVICE_INITIALIZING);
         }

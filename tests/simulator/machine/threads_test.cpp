@@ -1,5 +1,7 @@
 #include "test_driver.h"
 
+#include "simulator/kernel/strings.h"
+
 #include "simulator/kernel/kernel.h"
 #include "simulator/machine/usb_device.h"
 
@@ -16,7 +18,7 @@ constexpr unsigned threadCount = 8;
 constexpr unsigned rounds = 20;
 
 UsbIdentity identity(unsigned thread) {
-    return {0x1000, static_cast<std::uint16_t>(thread), 1, u"Maker", u"Product", u"S"};
+    return {0x1000, static_cast<std::uint16_t>(thread), 1, u"Maker", u"Product", toUtf16("S" + std::to_string(thread))};
 }
 
 std::string nameOf(unsigned thread) {
