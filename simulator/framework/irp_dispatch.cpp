@@ -9,6 +9,7 @@
 #include "table.h"
 
 #include <algorithm>
+#include <memory>
 
 namespace sim::framework {
 
@@ -81,7 +82,8 @@ NTSTATUS dispatchToPackages(Device &device, PIRP irp) {
 }
 
 NTSTATUS dispatchIrp(PDEVICE_OBJECT deviceObject, PIRP irp) {
-    Device *device = referencedDeviceOf(deviceObject);
+    const auto release = [](Device *held) { held->dereference("IofCallDriver", nullptr); };
+    const std::unique_ptr<Device, decltype(release)> device(referencedDeviceOf(deviceObject), release);
     if (!device && isDeletePending(deviceObject)) { // removed since the sender found it at the top of its stack
         return completeIrp(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
     }
@@ -93,13 +95,9 @@ NTSTATUS dispatchIrp(PDEVICE_OBJECT deviceObject, PIRP irp) {
     const auto found = device->settings.preprocess.find(location.MajorFunction);
     if (found != device->settings.preprocess.end() && handlesMinor(found->second, location.MinorFunction)) {
         CallbackContract contract("EvtDeviceWdmIrpPreprocess");
-        const NTSTATUS status = found->second.routine(device->deviceHandle(), irp);
-        device->dereference("IofCallDriver", nullptr);
-        return status;
+        return found->second.routine(device->deviceHandle(), irp);
     }
-    const NTSTATUS status = dispatchToPackages(*device, irp);
-    device->dereference("IofCallDriver", nullptr);
-    return status;
+    return dispatchToPackages(*device, irp);
 }
 
 namespace {
