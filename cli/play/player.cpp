@@ -1,5 +1,6 @@
 #include "player.h"
 
+#include "../../simulator/framework/framework.h"
 #include "../../simulator/kernel/strings.h"
 #include "../../simulator/machine/machine.h"
 #include "../text/display.h"
@@ -96,6 +97,9 @@ class Playback {
             std::visit(*this, action);
             machine_.settle();
         });
+        if (options_.fault) { // nothing else could end what waits for a request that a failure made the driver forget
+            sim::framework::completeAllForgotten();
+        }
     }
 
     /// Ends the processes; what waits for them gives up in time, or with the driver.

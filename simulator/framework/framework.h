@@ -63,6 +63,9 @@ std::vector<WDFREQUEST> requestsWithDriver(WDFQUEUE queue);
 /// Completes a request of a queue in the place of a driver that has forgotten it, so that its sender gets it back after
 /// all. The driver must not touch it any more.
 void completeForgotten(WDFREQUEST request, NTSTATUS status);
+/// The same, with STATUS_CANCELLED, for each request that the driver took out of a manual queue. Only while no thread
+/// runs in the driver: then nobody is about to complete or put back what it has.
+void completeAllForgotten();
 
 /// The library's own part of driver unload bookkeeping: true while a client is bound.
 bool anyClientBound();

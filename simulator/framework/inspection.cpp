@@ -44,6 +44,21 @@ void completeForgotten(WDFREQUEST request, NTSTATUS status) {
     call.object<Request>(request).complete(status, 0);
 }
 
+void completeAllForgotten() {
+    for (Object *object : live::objects()) {
+        if (object == nullptr || object->type != ObjectType::queue) {
+            continue;
+        }
+        auto &queue = static_cast<Queue &>(*object);
+        if (!queue.manual()) {
+            continue;
+        }
+        for (const WDFREQUEST request : requestsWithDriver(static_cast<WDFQUEUE>(queue.handle()))) {
+            completeForgotten(request, STATUS_CANCELLED);
+        }
+    }
+}
+
 RequestCounts handlerCalls(PDEVICE_OBJECT device) {
     const Device *found = device ? deviceOf(device) : nullptr;
     return found ? found->handlerCalls.counts() : RequestCounts();
