@@ -123,8 +123,8 @@ class Machine {
     /// Sleep (S3): every device that runs leaves D0, those below others first. Wake: back, the other way round.
     void sleep();
     void wake();
-    /// What the system does when it is shut down: IRP_MJ_SHUTDOWN to those that asked for it, then power off. Nothing is
-    /// removed.
+    /// What the system does when it is shut down: IRP_MJ_SHUTDOWN to those that asked for it, then power off. Nothing
+    /// is removed.
     void shutDown();
     DeviceNode *find(std::string_view name);
     std::vector<DeviceNode *> nodes(); ///< every node below the root, parents before children

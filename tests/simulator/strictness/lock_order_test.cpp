@@ -101,12 +101,13 @@ void takeThreeInACircle(WDFDEVICE, PDEVICE_OBJECT) {
 
 INSTANTIATE_TEST_SUITE_P(
     LockOrder, CaughtMistakes,
-    testing::Values(Mistake{"TwoInBothOrders", takeTwoInBothOrders, "lock order", "lock acquisition",
-                            "executive resource .*after fast mutex .*mutexThenResource.*before, fast mutex .*resourceThenMutex"},
-                    Mistake{"TwoInBothOrdersInTwoThreads", takeTwoInBothOrdersInTwoThreads, "lock order",
-                            "lock acquisition", "after fast mutex"},
-                    Mistake{"ThreeInACircle", takeThreeInACircle, "lock order", "lock acquisition",
-                            "after executive resource .* after wait lock"}),
+    testing::Values(
+        Mistake{"TwoInBothOrders", takeTwoInBothOrders, "lock order", "lock acquisition",
+                "executive resource .*after fast mutex .*mutexThenResource.*before, fast mutex .*resourceThenMutex"},
+        Mistake{"TwoInBothOrdersInTwoThreads", takeTwoInBothOrdersInTwoThreads, "lock order", "lock acquisition",
+                "after fast mutex"},
+        Mistake{"ThreeInACircle", takeThreeInACircle, "lock order", "lock acquisition",
+                "after executive resource .* after wait lock"}),
     nameOf);
 
 /// Orders that cannot deadlock.
