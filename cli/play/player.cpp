@@ -206,6 +206,7 @@ class Playback {
 
     void finish() {
         if (!machine_.driverLoaded()) {
+            disks_.end();
             return;
         }
         current_ = {0, "end", {scenario_.file, 0}, {}, {}, 0, {}};
