@@ -143,10 +143,115 @@ def hub_answers():
     return seeds
 
 
+CODES = ["wait notification", "wait question", "list", "text", "ping", "reply", "rescan", "reload"]
+DRIVE, MOUSE, PHONE, KEYBOARD, REMOTE, ADAPTER = range(6)
+RULES, SERVICE, SERVICE_ELSE_READ_ONLY = 0, 1, 6  # the first byte; with LOG added the driver logs
+LOG = 8
+
+
+def control_device():
+    def who(process=0, handle=0, thread=0):
+        return process | handle << 2 | thread << 5
+
+    def opened(process=0, rights=0):  # 0 both, 1 read, 2 write, 3 none
+        return bytes([0, process | rights << 1])
+
+    def closed(**sender):
+        return bytes([2, who(**sender)])
+
+    def sent(code, lengths=0, content=b"", **sender):  # a code's name, or any byte; lengths: see README.md
+        code = CODES.index(code) if isinstance(code, str) else code
+        return bytes([3, who(**sender), code, lengths]) + content
+
+    def numbered(code, lengths=0, content=b"", **sender):
+        return bytes([3, who(**sender), 0xFF]) + struct.pack("<IB", code, lengths) + content
+
+    def replied(answer, question=0, **sender):
+        return bytes([6, who(**sender), question, answer])
+
+    def taken_back(what=0, **sender):  # 0 all of a handle, 1 all of a thread, 2 one
+        return bytes([7, who(**sender), what])
+
+    def plugged(slot, kind):
+        return bytes([9, slot, kind])
+
+    def policy(allow=0, read_only=0):
+        return bytes([14, allow | read_only << 1])
+
+    def log_level(level):
+        return bytes([15, level])
+
+    died = bytes([8, 0])
+    time_passes = bytes([11])
+    power_off, power_on = bytes([12, 0]), bytes([12, 1])
+    slept = bytes([13])
+    unplugged = lambda slot: bytes([10, slot])
+    any_length = lambda size: struct.pack("<H", size)
+
+    told = sent("wait notification")
+    asked = sent("wait question")
+    service = bytes([SERVICE | LOG]) + opened()
+    quiet = bytes([SERVICE]) + opened()
+    rules = bytes([RULES]) + opened()
+    seeds = {
+        # one for each control code, doing what it is for
+        "wait-notification": rules + told + plugged(0, MOUSE),
+        "wait-question": service + asked + plugged(0, DRIVE) + told + replied(2),
+        "list": rules + plugged(0, DRIVE) + time_passes + sent("list", 2),
+        "text": rules + plugged(0, REMOTE) + time_passes + sent("text", 2),
+        "ping": quiet + sent("ping", 2),
+        "reply": quiet + asked + plugged(0, DRIVE) + told + replied(1),
+        "rescan": rules + plugged(0, DRIVE) + plugged(1, ADAPTER) + time_passes + policy(allow=1) + sent("rescan")
+                  + told + unplugged(1) + time_passes,
+        "reload": quiet + log_level(4) + sent("reload") + log_level(0xFF) + sent("reload"),
+        # lengths and contents
+        "short": quiet + b"".join(sent(code, 5) for code in CODES),
+        "long": quiet + b"".join(sent(code, 10) for code in CODES),
+        "any-length": quiet + sent("list", 3, any_length(2000)) + sent("text", 3, any_length(40000))
+                      + sent("reply", 12, any_length(17) + b"r" * 17),
+        "neighbours": quiet + b"".join(sent(code | bit << 3) for code in range(8) for bit in (1, 2, 14)),
+        "far": quiet + numbered(0x80000000) + numbered(0x22A008, 3, any_length(2000)) + numbered(0x224005, 15,
+               any_length(30) + any_length(7)) + numbered(0x224006, 3, any_length(100)),
+        "rights": bytes([SERVICE]) + opened(rights=1) + opened(rights=2) + opened(rights=3)
+                  + b"".join(sent(code, handle=handle) for code in CODES for handle in range(3)),
+        # registration
+        "two-processes": quiet + opened(1) + opened() + died + opened(1) + sent("ping", process=1) + opened(),
+        "closed": quiet + opened() + told + asked + closed() + sent("ping") + closed() + sent("ping"),
+        # replies
+        "stale": quiet + asked + plugged(0, DRIVE) + told + replied(2) + replied(1) + replied(1, 0xFF),
+        "late": quiet + asked + plugged(0, DRIVE) + time_passes + replied(2),
+        "of-another": quiet + asked + plugged(0, DRIVE) + died + opened(1) + replied(2, process=1),
+        "out-of-order": quiet + asked + asked + asked + plugged(0, DRIVE) + plugged(1, DRIVE) + plugged(2, PHONE)
+                        + told * 3 + replied(2, 1) + replied(3, 0) + replied(1, 2),
+        "undecided": quiet + asked + plugged(0, DRIVE) + replied(0) + told + told,
+        "lost": quiet + told + plugged(0, DRIVE),
+        "too-small": quiet + sent("wait question", 1) + plugged(0, DRIVE) + asked + told + replied(2),
+        # going away
+        "taken-back": quiet + told + asked + told + taken_back() + asked + taken_back(1) + told + taken_back(2),
+        "threads": quiet + sent("wait question", thread=1) + sent("wait question", thread=2)
+                   + taken_back(1, thread=1) + plugged(0, DRIVE) + taken_back(1, thread=2) + replied(2, thread=3),
+        "dies-asked": quiet + asked + asked + plugged(0, DRIVE) + died,
+        "rescan-asks": quiet + asked + plugged(0, DRIVE) + told + replied(1) + sent("rescan") + asked + replied(2)
+                       + sent("rescan") + died,
+        # power
+        "sleep": quiet + told + asked + slept + plugged(0, KEYBOARD) + slept,
+        "paused": quiet + power_off + plugged(0, DRIVE) + asked + told + plugged(1, MOUSE) + power_on,
+        "paused-question": quiet + asked + plugged(0, DRIVE) + power_off + replied(2) + power_on + told + replied(2),
+        # the driver forgets a request for notifications
+        "forgotten": quiet + asked + plugged(0, DRIVE) + replied(0) + power_off + plugged(1, MOUSE) + told + told
+                     + power_on + slept,
+        # policies
+        "fallback": bytes([SERVICE_ELSE_READ_ONLY]) + plugged(0, DRIVE) + plugged(1, PHONE),
+        "rules": bytes([RULES | LOG]) + policy(allow=1) + plugged(0, DRIVE) + policy(read_only=1) + opened()
+                 + sent("rescan") + told * 3,
+    }
+    return seeds
+
+
 def main():
     if len(sys.argv) != 2:
         sys.exit(__doc__)
-    for target in (registry_values, device_identity, hub_answers):
+    for target in (registry_values, device_identity, hub_answers, control_device):
         folder = os.path.join(sys.argv[1], target.__name__)
         os.makedirs(folder, exist_ok=True)
         for name, seed in target().items():

@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Lets one fuzz target run for a while, in the build that ./test makes. What it learns and finds stays in the build folder.
-# usage: tools/fuzz.sh TARGET SECONDS      targets: registry_values device_identity hub_answers reg_files scenario_files
+# usage: tools/fuzz.sh TARGET SECONDS
+# targets: registry_values device_identity hub_answers control_device reg_files scenario_files
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build="$root/build/sanitized"
 if [ $# -ne 2 ] || [ ! -d "$root/fuzz/corpus/$1" ] || ! [[ $2 =~ ^[1-9][0-9]*$ ]]; then
-    sed -n '2,3s/^# //p' "${BASH_SOURCE[0]}" >&2
+    sed -n '2,4s/^# //p' "${BASH_SOURCE[0]}" >&2
     exit 2
 fi
 . "$root/tools/packages.sh"

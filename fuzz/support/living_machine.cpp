@@ -42,12 +42,12 @@ std::optional<Outcome::Filter> filterOf(PDEVICE_OBJECT device) {
 
 } // namespace
 
-LivingMachine &LivingMachine::instance() {
-    static LivingMachine one;
+LivingMachine &LivingMachine::instance(const MachineSettings &settings) {
+    static LivingMachine one(settings);
     return one;
 }
 
-LivingMachine::LivingMachine() {
+LivingMachine::LivingMachine(MachineSettings settings) : settings_(std::move(settings)) {
     start();
 }
 
@@ -58,12 +58,17 @@ LivingMachine::~LivingMachine() {
 void LivingMachine::start() {
     sim::MachineOptions options;
     options.openImage = openLastingDriver;
+    options.hubDrivers = settings_.hubDrivers;
     machine_.emplace(std::move(options));
     machine_->presetClassFilters();
     machine_->setObserver(this);
     machine_->rootHub();
     logging_ = false;
+    for (const auto &[name, number] : settings_.numbers) {
+        setParameter(name, REG_DWORD, dword(number));
+    }
     load();
+    deleteParameters();
     plug(sim::usbVendorDevice("first", {1, 2})); // what is made once and stays
     unplugAll();
     before_ = usage();
@@ -181,8 +186,10 @@ void LivingMachine::renewNowAndThen() {
 LivingMachine::Usage LivingMachine::usage() {
     sim::Kernel &kernel = machine_->kernel();
     machine_->settle();
-    const std::size_t logFiles = driver().logger.file != nullptr ? 1 : 0; // stays open
-    return {kernel.pool.blocksInUse(), kernel.objects.handlesInUse() - logFiles, sim::framework::liveObjectCount()};
+    const std::size_t logFiles = driver().logger.file != nullptr ? 1 : 0;             // stays open
+    const std::size_t text = driver().notUsbHubText.view().Buffer != nullptr ? 1 : 0; // stays, too
+    return {kernel.pool.blocksInUse() - text, kernel.objects.handlesInUse() - logFiles,
+            sim::framework::liveObjectCountWithoutSentRequests()};
 }
 
 void LivingMachine::addFinished(const sim::AddReport &report) {

@@ -5,6 +5,7 @@
 #include "simulator/machine/machine.h"
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -29,12 +30,18 @@ struct Outcome {
     std::optional<Filter> filter;
 };
 
+/// What a living machine is made with.
+struct MachineSettings {
+    std::vector<std::u16string> hubDrivers{u"USBHUB3"};
+    std::map<std::u16string, std::uint32_t> numbers{}; ///< under Parameters when the driver loads
+};
+
 /// A machine with the driver loaded, its control node started and a root hub, which lives for many inputs. After each
 /// of them it must be as before.
 class LivingMachine : sim::MachineObserver {
   public:
-    /// Made with the first call. One in a process.
-    static LivingMachine &instance();
+    /// Made with the first call, which may say how. One in a process.
+    static LivingMachine &instance(const MachineSettings &settings = {});
     ~LivingMachine() override;
 
     sim::Machine &machine() { return *machine_; }
@@ -65,7 +72,7 @@ class LivingMachine : sim::MachineObserver {
     void endInput();
 
   private:
-    LivingMachine();
+    explicit LivingMachine(MachineSettings settings);
     void start();
     void stop();
     void renewNowAndThen();
@@ -73,11 +80,12 @@ class LivingMachine : sim::MachineObserver {
     struct Usage {
         std::size_t blocks = 0;
         std::size_t handles = 0;
-        std::size_t objects = 0;
+        std::size_t objects = 0; ///< without the requests of exchanges, which stay until the driver goes
     };
     Usage usage();
     void addFinished(const sim::AddReport &report) override;
 
+    const MachineSettings settings_;
     std::optional<sim::Machine> machine_;
     sim::DeviceNode *control_ = nullptr;
     std::vector<std::string> plugged_; ///< names

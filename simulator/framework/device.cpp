@@ -10,6 +10,7 @@
 #include "target.h"
 
 #include <algorithm>
+#include <mutex>
 
 namespace sim::framework {
 
@@ -20,6 +21,12 @@ WDF_IO_QUEUE_CONFIG generalQueueConfig() {
     WDF_IO_QUEUE_CONFIG config;
     WDF_IO_QUEUE_CONFIG_INIT(&config, WdfIoQueueDispatchParallel);
     return config;
+}
+
+/// Guards the way from a device object to its framework device, which ends with its removal.
+std::mutex &extensionMutex() {
+    static std::mutex mutex;
+    return mutex;
 }
 
 } // namespace
@@ -109,8 +116,11 @@ NTSTATUS Device::tearDown(const std::function<NTSTATUS()> &passDown) {
     const NTSTATUS status = passDown ? passDown() : STATUS_SUCCESS;
     deleteSymbolicLink();
     detachDevice(attached);
-    deviceObject->DeviceExtension = nullptr;
-    deleteDevice(deviceObject);
+    {
+        const std::lock_guard lock(extensionMutex());
+        deviceObject->DeviceExtension = nullptr;
+        deleteDevice(deviceObject);
+    }
     --driver.devices;
     giveUpBirthReference();
     return status;
@@ -135,6 +145,15 @@ FileObject *Device::fileObject(PFILE_OBJECT wdmFile) const {
     const auto found = std::find_if(files_.begin(), files_.end(),
                                     [wdmFile](const FileObject *file) { return file->wdmFile == wdmFile; });
     return wdmFile && found != files_.end() ? *found : nullptr;
+}
+
+Device *referencedDeviceOf(PDEVICE_OBJECT deviceObject) {
+    const std::lock_guard lock(extensionMutex());
+    Device *device = deviceOf(deviceObject);
+    if (device != nullptr) {
+        device->reference();
+    }
+    return device;
 }
 
 Device *deviceOf(PDEVICE_OBJECT deviceObject) {

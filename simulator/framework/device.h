@@ -91,5 +91,7 @@ class Device : public Object {
 
 /// The framework device behind a device object of a framework driver; null for any other device object.
 Device *deviceOf(PDEVICE_OBJECT deviceObject);
+/// The same with a reference, while somebody else may be removing it.
+Device *referencedDeviceOf(PDEVICE_OBJECT deviceObject);
 
 } // namespace sim::framework

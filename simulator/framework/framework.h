@@ -25,6 +25,8 @@ void clearLastDeviceAddCallbackStatus();
 /// Framework objects that are still alive, one line each (type, parent, call site of the creation).
 std::vector<std::string> leaks();
 std::size_t liveObjectCount();
+/// Those without the requests that drivers made to send, and what hangs on them.
+std::size_t liveObjectCountWithoutSentRequests();
 
 /// Where a symbolic link of a device leads, e.g. "\DosDevices\NAME" (or "\??\NAME") to "\Device\00000042"; nothing when
 /// there is no such link. Names are found without regard to case.
@@ -56,6 +58,11 @@ bool takesWrites(PDEVICE_OBJECT device);
 /// Threads that wait in a synchronous send to a device of the bound driver itself, for an answer that may have to come
 /// from user mode.
 std::size_t parkedSends();
+/// The requests of a queue that the driver has, in the order in which it got them.
+std::vector<WDFREQUEST> requestsWithDriver(WDFQUEUE queue);
+/// Completes a request of a queue in the place of a driver that has forgotten it, so that its sender gets it back after
+/// all. The driver must not touch it any more.
+void completeForgotten(WDFREQUEST request, NTSTATUS status);
 
 /// The library's own part of driver unload bookkeeping: true while a client is bound.
 bool anyClientBound();

@@ -6,6 +6,9 @@
 #include "io_package.h"
 #include "live_objects.h"
 #include "queue.h"
+#include "request.h"
+
+#include <algorithm>
 
 namespace sim::framework {
 
@@ -24,6 +27,21 @@ QueueCounts queueCounts(WDFQUEUE queue) {
     QueueCounts counts;
     static_cast<void>(call.object<Queue>(queue).state(&counts.queued, &counts.withDriver));
     return counts;
+}
+
+std::vector<WDFREQUEST> requestsWithDriver(WDFQUEUE queue) {
+    const Call call{"requestsWithDriver", nullptr};
+    std::vector<WDFREQUEST> handles;
+    for (Request *request : call.object<Queue>(queue).referencedOwned()) {
+        handles.push_back(static_cast<WDFREQUEST>(request->handle()));
+        request->dereference(call.routine, nullptr);
+    }
+    return handles;
+}
+
+void completeForgotten(WDFREQUEST request, NTSTATUS status) {
+    const Call call{"completeForgotten", nullptr};
+    call.object<Request>(request).complete(status, 0);
 }
 
 RequestCounts handlerCalls(PDEVICE_OBJECT device) {
@@ -48,6 +66,17 @@ std::vector<std::string> leaks() {
 
 std::size_t liveObjectCount() {
     return live::objects().size();
+}
+
+std::size_t liveObjectCountWithoutSentRequests() {
+    const auto isSent = [](const Object *object) {
+        return object != nullptr && object->type == ObjectType::request &&
+               !static_cast<const Request *>(object)->presentable();
+    };
+    const std::vector<Object *> objects = live::objects();
+    return static_cast<std::size_t>(std::count_if(objects.begin(), objects.end(), [&](const Object *object) {
+        return !isSent(object) && !isSent(object->parent());
+    }));
 }
 
 } // namespace sim::framework

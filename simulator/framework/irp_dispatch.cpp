@@ -9,6 +9,7 @@
 #include "table.h"
 
 #include <algorithm>
+#include <memory>
 
 namespace sim::framework {
 
@@ -81,10 +82,13 @@ NTSTATUS dispatchToPackages(Device &device, PIRP irp) {
 }
 
 NTSTATUS dispatchIrp(PDEVICE_OBJECT deviceObject, PIRP irp) {
-    Device *device = deviceOf(deviceObject);
+    const auto release = [](Device *held) { held->dereference("IofCallDriver", nullptr); };
+    const std::unique_ptr<Device, decltype(release)> device(referencedDeviceOf(deviceObject), release);
+    if (!device && isDeletePending(deviceObject)) { // removed since the sender found it at the top of its stack
+        return completeIrp(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
+    }
     if (!device) {
-        bugCheck("device object", "IofCallDriver",
-                 "an IRP was sent to a device object that is no framework device, or that has been removed",
+        bugCheck("device object", "IofCallDriver", "an IRP was sent to a device object that is no framework device",
                  SIM_CALL_SITE);
     }
     const IO_STACK_LOCATION &location = *IoGetCurrentIrpStackLocation(irp);

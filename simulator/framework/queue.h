@@ -52,6 +52,7 @@ class Queue : public Object {
     NTSTATUS setReadyNotify(PFN_WDF_IO_QUEUE_STATE callback, WDFCONTEXT context);
     WDF_IO_QUEUE_STATE state(ULONG *queued, ULONG *withDriver) const;
     void acknowledgeStop(Request &request);
+    std::vector<Request *> referencedOwned(); ///< what the driver has, each referenced
 
     // Power and removal.
     void stopPresenting(); ///< waits for callbacks that run
@@ -82,7 +83,6 @@ class Queue : public Object {
     bool completeByItself(Request &request, UCHAR major) const;
     void callHandler(Request &request);
     void stopOwned(ULONG action);
-    std::vector<Request *> referencedOwned();
 
     const bool passive_;
     mutable std::mutex mutex_;

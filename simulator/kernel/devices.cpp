@@ -226,6 +226,13 @@ PDEVICE_OBJECT topOfStack(PDEVICE_OBJECT device) {
     return device;
 }
 
+PDEVICE_OBJECT referencedTopOfStack(PDEVICE_OBJECT device) {
+    std::lock_guard lock(deviceTable().mutex);
+    PDEVICE_OBJECT top = topOfStack(device);
+    kernel().objects.reference(top, nullptr);
+    return top;
+}
+
 PDEVICE_OBJECT bottomOfStack(PDEVICE_OBJECT device) {
     std::lock_guard lock(deviceTable().mutex);
     while (device->DeviceObjectExtension->AttachedTo != nullptr) {

@@ -28,8 +28,9 @@ bool isDeletePending(PDEVICE_OBJECT device);
 /// Counts a file object that was opened on the device or has been closed. False when the device is being deleted.
 bool deviceOpened(PDEVICE_OBJECT device);
 void deviceClosed(PDEVICE_OBJECT device);
-PDEVICE_OBJECT topOfStack(PDEVICE_OBJECT device);    ///< no reference added
-PDEVICE_OBJECT bottomOfStack(PDEVICE_OBJECT device); ///< no reference added
+PDEVICE_OBJECT topOfStack(PDEVICE_OBJECT device);           ///< no reference added
+PDEVICE_OBJECT referencedTopOfStack(PDEVICE_OBJECT device); ///< with one of the machine's, no driver's
+PDEVICE_OBJECT bottomOfStack(PDEVICE_OBJECT device);        ///< no reference added
 
 /// An IRP with `stackSize` locations, owned by its creator until it is completed or freed (IoAllocateIrp/IoFreeIrp).
 /// Live IRPs are tracked; double completion and completion of a freed IRP stop the run.

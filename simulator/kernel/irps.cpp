@@ -114,6 +114,24 @@ void setIrpThread(PIRP irp) {
     irp->Tail.Overlay.Thread = reinterpret_cast<PETHREAD>(&currentThread());
 }
 
+namespace {
+
+/// Somebody else may take the stack apart while a request to it is under way.
+class TopOfStack {
+  public:
+    explicit TopOfStack(PDEVICE_OBJECT anyDeviceOfStack) : device_(referencedTopOfStack(anyDeviceOfStack)) {}
+    ~TopOfStack() { kernel().objects.dereference(device_, nullptr); }
+    TopOfStack(const TopOfStack &) = delete;
+    TopOfStack &operator=(const TopOfStack &) = delete;
+
+    PDEVICE_OBJECT get() const { return device_; }
+
+  private:
+    const PDEVICE_OBJECT device_;
+};
+
+} // namespace
+
 NTSTATUS sendAndWait(PDEVICE_OBJECT device, PIRP irp) {
     KEVENT event;
     KeInitializeEvent(&event, NotificationEvent, FALSE);
@@ -125,8 +143,8 @@ NTSTATUS sendAndWait(PDEVICE_OBJECT device, PIRP irp) {
 
 PnpResult sendPnpIrp(PDEVICE_OBJECT anyDeviceOfStack, UCHAR minor, void (*fill)(PIO_STACK_LOCATION, void *),
                      void *context) {
-    PDEVICE_OBJECT top = topOfStack(anyDeviceOfStack);
-    PIRP irp = allocateIrp(top->StackSize, nullptr);
+    const TopOfStack top(anyDeviceOfStack);
+    PIRP irp = allocateIrp(top.get()->StackSize, nullptr);
     irp->IoStatus.Status = STATUS_NOT_SUPPORTED;
     PIO_STACK_LOCATION location = IoGetNextIrpStackLocation(irp);
     location->MajorFunction = IRP_MJ_PNP;
@@ -134,7 +152,7 @@ PnpResult sendPnpIrp(PDEVICE_OBJECT anyDeviceOfStack, UCHAR minor, void (*fill)(
     if (fill != nullptr) {
         fill(location, context);
     }
-    const NTSTATUS status = sendAndWait(top, irp);
+    const NTSTATUS status = sendAndWait(top.get(), irp);
     const PnpResult result{status, irp->IoStatus.Information};
     freeIrp(irp);
     return result;
@@ -142,8 +160,8 @@ PnpResult sendPnpIrp(PDEVICE_OBJECT anyDeviceOfStack, UCHAR minor, void (*fill)(
 
 NTSTATUS sendPowerIrp(PDEVICE_OBJECT anyDeviceOfStack, UCHAR minor, POWER_STATE_TYPE type, POWER_STATE state,
                       POWER_ACTION action) {
-    PDEVICE_OBJECT top = topOfStack(anyDeviceOfStack);
-    PIRP irp = allocateIrp(top->StackSize, nullptr);
+    const TopOfStack top(anyDeviceOfStack);
+    PIRP irp = allocateIrp(top.get()->StackSize, nullptr);
     irp->IoStatus.Status = STATUS_NOT_SUPPORTED;
     PIO_STACK_LOCATION location = IoGetNextIrpStackLocation(irp);
     location->MajorFunction = IRP_MJ_POWER;
@@ -151,7 +169,7 @@ NTSTATUS sendPowerIrp(PDEVICE_OBJECT anyDeviceOfStack, UCHAR minor, POWER_STATE_
     location->Parameters.Power.Type = type;
     location->Parameters.Power.State = state;
     location->Parameters.Power.ShutdownType = action;
-    const NTSTATUS status = sendAndWait(top, irp);
+    const NTSTATUS status = sendAndWait(top.get(), irp);
     freeIrp(irp);
     return status;
 }

@@ -17,8 +17,14 @@ void SimulatedDevice::create(PDRIVER_OBJECT driver, ULONG deviceType, ULONG char
     static_cast<Extension *>(object_->DeviceExtension)->device = this;
 }
 
+void SimulatedDevice::madeWhole() {
+    whole_.store(true, std::memory_order_release);
+    whole_.notify_all();
+}
+
 NTSTATUS SimulatedDevice::dispatch(PDEVICE_OBJECT device, PIRP irp) {
     SimulatedDevice &self = *static_cast<Extension *>(device->DeviceExtension)->device;
+    self.whole_.wait(false, std::memory_order_acquire);
     if (!self.removeLock_.enter()) {
         return complete(irp, STATUS_NO_SUCH_DEVICE, 0);
     }

@@ -4,6 +4,7 @@
 
 #include <ntifs.h>
 
+#include <atomic>
 #include <string_view>
 
 namespace sim::machine {
@@ -17,6 +18,9 @@ class SimulatedDevice {
     SimulatedDevice &operator=(const SimulatedDevice &) = delete;
 
     PDEVICE_OBJECT object() const { return object_; }
+
+    /// The constructor is through. Somebody else may find the device in its stack before that; what he sends waits.
+    void madeWhole();
 
     /// Every major function of the machine's own drivers.
     static NTSTATUS dispatch(PDEVICE_OBJECT device, PIRP irp);
@@ -37,6 +41,9 @@ class SimulatedDevice {
 
     RemoveLock removeLock_;
     PDEVICE_OBJECT object_ = nullptr;
+
+  private:
+    std::atomic<bool> whole_ = false;
 };
 
 } // namespace sim::machine

@@ -25,6 +25,7 @@ class SimulatedDriver {
     Device &make(Arguments &&...arguments) {
         auto device = std::make_unique<Device>(object_, std::forward<Arguments>(arguments)...);
         Device &result = *device;
+        result.madeWhole();
         const std::lock_guard guard(mutex_);
         devices_.push_back(std::move(device));
         return result;

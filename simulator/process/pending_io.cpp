@@ -17,9 +17,9 @@ namespace {
 
 constexpr std::uint8_t untouched = 0xCC;
 
-/// The one system buffer that a buffered request's input and output share; freed with the IRP.
-void giveSystemBuffer(PIRP irp, const ControlRequest &request) {
-    const std::size_t bytes = std::max(request.input.size(), request.outputBytes);
+/// The system buffer of a request's input, and of its output when the two share it; freed with the IRP.
+void giveSystemBuffer(PIRP irp, const ControlRequest &request, std::size_t outputBytes) {
+    const std::size_t bytes = std::max(request.input.size(), outputBytes);
     if (bytes == 0) {
         return;
     }
@@ -109,11 +109,7 @@ void PendingIo::describeTransfer(PDEVICE_OBJECT top, PIO_STACK_LOCATION location
     }
     irp_->UserBuffer = output_.data();
     if ((top->Flags & DO_DIRECT_IO) != 0 && length != 0) {
-        memory_.Size = sizeof(memory_);
-        memory_.MappedSystemVa = output_.data();
-        memory_.StartVa = output_.data();
-        memory_.ByteCount = length;
-        irp_->MdlAddress = &memory_;
+        describeMemory();
     }
 }
 
@@ -125,16 +121,28 @@ void PendingIo::describeControl(PIO_STACK_LOCATION location) {
     parameters.OutputBufferLength = static_cast<ULONG>(request_.outputBytes);
     switch (METHOD_FROM_CTL_CODE(request_.code)) {
     case METHOD_BUFFERED:
-        giveSystemBuffer(irp_, request_);
+        giveSystemBuffer(irp_, request_, request_.outputBytes);
         irp_->UserBuffer = output_.data();
         break;
     case METHOD_NEITHER:
         parameters.Type3InputBuffer = const_cast<std::uint8_t *>(request_.input.data());
         irp_->UserBuffer = output_.data();
         break;
-    default:
-        notSimulated("DeviceIoControl", "direct I/O, control code " + hex(request_.code), nullptr);
+    default: // direct I/O: the driver gets at the output, in either direction, through a description of its pages
+        giveSystemBuffer(irp_, request_, 0);
+        if (!output_.empty()) {
+            describeMemory();
+        }
+        break;
     }
+}
+
+void PendingIo::describeMemory() {
+    memory_.Size = sizeof(memory_);
+    memory_.MappedSystemVa = output_.data();
+    memory_.StartVa = output_.data();
+    memory_.ByteCount = static_cast<ULONG>(output_.size());
+    irp_->MdlAddress = &memory_;
 }
 
 NTSTATUS PendingIo::cameBack(PDEVICE_OBJECT, PIRP, PVOID context) {

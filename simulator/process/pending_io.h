@@ -69,6 +69,7 @@ class PendingIo : public std::enable_shared_from_this<PendingIo> {
     void refuse(NTSTATUS status);
     void begin(PETHREAD thread, bool allowed);
     void start(PETHREAD thread);
+    void describeMemory();
     void describeControl(PIO_STACK_LOCATION location);
     void describeTransfer(PDEVICE_OBJECT top, PIO_STACK_LOCATION location);
     std::string name() const;

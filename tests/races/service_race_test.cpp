@@ -3,6 +3,7 @@
 #include "simulator/kernel/strings.h"
 #include "tests/races/support/race_test.h"
 #include "tests/races/support/service.h"
+#include "tests/races/support/ticker.h"
 
 #include <atomic>
 #include <chrono>
@@ -21,28 +22,6 @@ std::uint32_t answerFor(const std::u16string &serial) {
     return (serial.back() - u'0') % 2 == 0 ? modeAllowed : modeBlocked;
 }
 
-/// Lets a second pass on the machine's clock every millisecond.
-class Ticker {
-  public:
-    explicit Ticker(sim::Clock &clock)
-        : thread_([this, &clock] {
-              while (ticking_) {
-                  clock.advance(10'000'000);
-                  std::this_thread::sleep_for(std::chrono::milliseconds(1));
-              }
-          }) {}
-    ~Ticker() {
-        ticking_ = false;
-        thread_.join();
-    }
-    Ticker(const Ticker &) = delete;
-    Ticker &operator=(const Ticker &) = delete;
-
-  private:
-    std::atomic<bool> ticking_ = true;
-    std::thread thread_; // last: it begins when it is made
-};
-
 class ServiceRace : public RaceTest {
   protected:
     ServiceRace() {
@@ -50,8 +29,6 @@ class ServiceRace : public RaceTest {
         setParameter(u"CallbackMode", 1);
         setParameter(u"CallbackTimeout", 5);
     }
-    PDEVICE_OBJECT controlStack() { return control().physicalDevice(); }
-
     /// Some threads plug drives, the others are service processes, each living again and again, until all drives have
     /// been decided.
     void askAndServe(const std::function<void(unsigned process, std::atomic<bool> &asking)> &serve,
@@ -99,7 +76,7 @@ TEST_F(ServiceRace, OneServiceAnswersAllQuestionsOutOfOrder) {
     start();
     std::atomic<bool> open = false;
     std::thread service([&] {
-        Service only(controlStack(), 100, 3, answerFor);
+        Service only(100, 3, answerFor);
         open = true;
         while (open) {
             replies += only.work();
@@ -130,8 +107,8 @@ TEST_F(ServiceRace, RegistrationsThatComeAndGoLeaveTheRulesTheirDecision) {
     const Ticker ticker(kernel().clock);
     askAndServe(
         [&](unsigned process, std::atomic<bool> &) {
-            const ServiceHandle handle(controlStack(), 100 + process);
-            EXPECT_TRUE(handle.isOpen() || handle.status() == STATUS_ACCESS_DENIED) << handle.status();
+            const Service life(100 + process, 0, answerFor);
+            EXPECT_TRUE(life.isOpen() || life.openStatus() == STATUS_ACCESS_DENIED) << life.openStatus();
             std::this_thread::yield();
         },
         [&](unsigned thread, unsigned round) {
@@ -139,7 +116,7 @@ TEST_F(ServiceRace, RegistrationsThatComeAndGoLeaveTheRulesTheirDecision) {
             EXPECT_EQ(decision.returned, STATUS_SUCCESS);
             EXPECT_EQ(decision.mode, modeReadOnly) << driveName(thread, round);
         });
-    const ServiceHandle last(controlStack(), 200);
+    const Service last(200, 0, answerFor);
     EXPECT_TRUE(last.isOpen());
 }
 
@@ -147,7 +124,7 @@ TEST_F(ServiceRace, ProcessesTakeTurnsAndAQuestionIsAnsweredByWhomeverItMeets) {
     start();
     askAndServe(
         [&](unsigned process, std::atomic<bool> &asking) {
-            Service service(controlStack(), 100 + process, 2, answerFor);
+            Service service(100 + process, 2, answerFor);
             if (!service.isOpen()) {
                 EXPECT_EQ(service.openStatus(), STATUS_ACCESS_DENIED);
                 std::this_thread::yield();
@@ -165,13 +142,15 @@ TEST_F(ServiceRace, ProcessesTakeTurnsAndAQuestionIsAnsweredByWhomeverItMeets) {
             expectAnswerOrRules(decision, thread, round);
         });
     expectUndecidedOnesToldSo();
+    machine().settle(); // a file whose request came back late is closed late
     // Nobody is registered any more, whoever came and went.
-    Service last(controlStack(), 200, 1, answerFor);
+    Service last(200, 1, answerFor);
     EXPECT_EQ(last.openStatus(), STATUS_SUCCESS);
     EXPECT_EQ(last.work(), 0U);
 }
 
 TEST_F(ServiceRace, QuestionsWithoutAnAnswerTimeOutAndLateRepliesHurtNobody) {
+    driverMayForget = true; // a question may time out in the middle of a pass
     start();
     const Ticker ticker(kernel().clock);
     std::atomic<unsigned> lives = 0;
@@ -179,7 +158,7 @@ TEST_F(ServiceRace, QuestionsWithoutAnAnswerTimeOutAndLateRepliesHurtNobody) {
         [&](unsigned process, std::atomic<bool> &asking) {
             // Every third life never answers, and dies with what it was asked.
             const bool silent = lives++ % 3 == 2;
-            Service service(controlStack(), 100 + process, 2, [&](const std::u16string &serial) {
+            Service service(100 + process, 2, [&](const std::u16string &serial) {
                 return silent ? Service::noReply : answerFor(serial);
             });
             if (!service.isOpen()) {

@@ -1,9 +1,11 @@
 #include "race_test.h"
 
+#include "control/control_device.h"
 #include "driver/usb_filter_device.h"
 #include "simulator/framework/framework.h"
 #include "simulator/kernel/strings.h"
 #include "tests/behaviour/support/control_code.h"
+#include "tests/behaviour/support/driver_state.h"
 
 #include <stdexcept>
 #include <utility>
@@ -141,9 +143,21 @@ void RaceTest::expectNumberedLines(unsigned threads, std::uint32_t count) {
     EXPECT_TRUE(found == expected) << "a line is missing, not whole, or there more than once";
 }
 
+void RaceTest::completeForgotten() {
+    for (const WDFREQUEST request :
+         sim::framework::requestsWithDriver(behaviour::driverState(machine()).controlDevice->m_ioctlQueue)) {
+        EXPECT_TRUE(driverMayForget) << "the driver has forgotten a request";
+        sim::framework::completeForgotten(request, STATUS_CANCELLED);
+    }
+    machine().settle(); // its file
+}
+
 void RaceTest::TearDown() {
     if (!machine_) {
         return;
+    }
+    if (control_ != nullptr) {
+        completeForgotten();
     }
     unload();
     machine_->setObserver(nullptr);

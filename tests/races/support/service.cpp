@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 namespace races {
 
@@ -23,39 +25,47 @@ std::u16string serialIn(const ServiceMessage &message) {
 
 } // namespace
 
-Service::Service(PDEVICE_OBJECT anyDeviceOfStack, unsigned processId, unsigned parked, Answer answer)
-    : handle_(anyDeviceOfStack, processId), answer_(std::move(answer)) {
+Service::Service(unsigned processId, unsigned parked, Answer answer)
+    : process_(processId), answer_(std::move(answer)), openStatus_(process_.open(controlDeviceName, handle_)) {
     for (unsigned number = 0; number < parked && isOpen(); ++number) {
         parked_.push_back(park());
     }
 }
 
-std::unique_ptr<UserRequest> Service::park() {
-    return std::make_unique<UserRequest>(handle_, IOCTL_WAIT_CALLBACK, std::vector<std::uint8_t>{},
-                                         MYRTELHAVEN_CALLBACK_BYTES);
+sim::UserProcess::Io Service::park() {
+    return begin(IOCTL_WAIT_CALLBACK, MYRTELHAVEN_CALLBACK_BYTES);
 }
 
+/// What a pass has at that moment comes back a bit later, with a question or without; what the driver forgot never
+/// does.
 Service::~Service() {
-    for (const auto &request : parked_) {
+    if (dead_) {
+        return;
+    }
+    for (const sim::UserProcess::Io &request : parked_) {
         request->cancel();
     }
-    for (const auto &request : parked_) {
-        request->await();
-        if (!dead_) {
-            reply(*request);
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    for (const sim::UserProcess::Io &request : parked_) {
+        while (!request->isBack() && std::chrono::steady_clock::now() < limit) {
+            std::this_thread::yield();
+        }
+        if (request->isBack()) {
+            reply(request);
         }
     }
 }
 
 void Service::die() {
     dead_ = true;
+    process_.die();
 }
 
 unsigned Service::work() {
     unsigned replied = 0;
-    for (auto &request : parked_) {
+    for (sim::UserProcess::Io &request : parked_) {
         if (request->isBack()) {
-            replied += reply(*request);
+            replied += reply(request);
             request = park();
         }
     }
@@ -63,14 +73,14 @@ unsigned Service::work() {
 }
 
 /// Number of replies: none to a notification, nor to a request that came back empty.
-unsigned Service::reply(const UserRequest &request) {
-    if (request.status() != STATUS_SUCCESS) {
-        EXPECT_EQ(request.status(), STATUS_CANCELLED);
+unsigned Service::reply(const sim::UserProcess::Io &request) {
+    if (request->status() != STATUS_SUCCESS) {
+        EXPECT_EQ(request->status(), STATUS_CANCELLED);
         return 0;
     }
-    EXPECT_EQ(request.information(), MYRTELHAVEN_CALLBACK_BYTES);
+    EXPECT_EQ(request->information(), MYRTELHAVEN_CALLBACK_BYTES);
     ServiceMessage message{};
-    std::memcpy(&message, request.buffer().data(), MYRTELHAVEN_CALLBACK_BYTES);
+    std::memcpy(&message, request->output().data(), MYRTELHAVEN_CALLBACK_BYTES);
     const std::uint32_t answer = message.mode == 0 ? answer_(serialIn(message)) : noReply;
     if (answer == noReply) {
         return 0;
@@ -78,9 +88,8 @@ unsigned Service::reply(const UserRequest &request) {
     const CallbackReply said{message.requestId, answer, 0};
     std::vector<std::uint8_t> bytes(sizeof(said));
     std::memcpy(bytes.data(), &said, sizeof(said));
-    UserRequest sent(handle_, IOCTL_CALLBACK_REPLY, std::move(bytes), 0);
-    sent.await();
-    return NT_SUCCESS(sent.status()) ? 1 : 0; // the question may have timed out
+    const auto sent = process_.control(handle_, {IOCTL_CALLBACK_REPLY, std::move(bytes), 0});
+    return NT_SUCCESS(sent->status()) ? 1 : 0; // the question may have timed out
 }
 
 } // namespace races

@@ -1,14 +1,15 @@
 #pragma once
 
-#include "tests/races/support/user_request.h"
+#include "simulator/process/user_process.h"
 
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
 namespace races {
+
+inline constexpr std::u16string_view controlDeviceName = u"\\\\.\\Tarvenholt Myrtelhaven";
 
 /// One life of a service process: it opens the control device, parks requests for questions and answers what it is
 /// asked. One thread uses it.
@@ -17,26 +18,36 @@ class Service {
     /// The mode for a device by its serial number; nothing: the question stays without a reply.
     using Answer = std::function<std::uint32_t(const std::u16string &serial)>;
 
-    Service(PDEVICE_OBJECT anyDeviceOfStack, unsigned processId, unsigned parked, Answer answer);
+    Service(unsigned processId, unsigned parked, Answer answer);
     ~Service(); ///< takes its requests back, replies to what they brought, closes
 
-    bool isOpen() const { return handle_.isOpen(); }
-    NTSTATUS openStatus() const { return handle_.status(); }
+    bool isOpen() const { return NT_SUCCESS(openStatus_); }
+    NTSTATUS openStatus() const { return openStatus_; }
     /// Replies to what has come and parks anew. Returns how many questions it replied to.
     unsigned work();
+    /// Makes another request, and waits for it.
+    sim::UserProcess::Io control(std::uint32_t code, std::size_t outputBytes = 0) {
+        return process_.control(handle_, {code, {}, outputBytes});
+    }
+    /// Starts one that waits to be told of something.
+    sim::UserProcess::Io begin(std::uint32_t code, std::size_t outputBytes) {
+        return process_.begin(handle_, {code, {}, outputBytes});
+    }
     /// Goes away at once, without a word to what it was asked.
     void die();
 
     static constexpr std::uint32_t noReply = 0;
 
   private:
-    std::unique_ptr<UserRequest> park();
-    unsigned reply(const UserRequest &request);
+    sim::UserProcess::Io park();
+    unsigned reply(const sim::UserProcess::Io &request);
 
-    ServiceHandle handle_;
+    sim::UserProcess process_;
+    sim::UserProcess::Handle handle_ = 0;
     const Answer answer_;
+    NTSTATUS openStatus_;
     bool dead_ = false;
-    std::vector<std::unique_ptr<UserRequest>> parked_;
+    std::vector<sim::UserProcess::Io> parked_;
 };
 
 } // namespace races
