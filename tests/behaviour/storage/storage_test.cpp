@@ -1,5 +1,7 @@
 #include "storage_test.h"
 
+#include "simulator/framework/framework.h"
+
 #include <cstring>
 
 namespace behaviour {
@@ -42,6 +44,14 @@ void StorageTest::expectWritable(std::string_view disk) {
     user.close(handle);
 }
 
+PDEVICE_OBJECT StorageTest::filterOn(std::string_view disk) {
+    PDEVICE_OBJECT top = deviceNode(disk).physicalDevice();
+    while (top->AttachedDevice != nullptr) {
+        top = top->AttachedDevice;
+    }
+    return top;
+}
+
 void StorageTest::expectReadOnly(std::string_view disk) {
     SCOPED_TRACE(disk);
     EXPECT_TRUE(deviceNode(disk).started());
@@ -50,6 +60,8 @@ void StorageTest::expectReadOnly(std::string_view disk) {
     const Handle handle = openDisk(disk);
     EXPECT_EQ(control(handle, isWritableCode), STATUS_MEDIA_WRITE_PROTECTED);
     const std::uint64_t readsBefore = medium.reads();
+    const unsigned refusedBefore = sim::framework::handlerCalls(filterOn(disk)).writes;
+    const unsigned passedBefore = sim::framework::passedDown(filterOn(disk)).reads;
     const std::uint64_t writesBefore = medium.writes();
     std::uint64_t reads = 0;
     for (const std::uint64_t offset : {std::uint64_t{0}, std::uint64_t{4096}, medium.size() - 512}) {
@@ -69,6 +81,9 @@ void StorageTest::expectReadOnly(std::string_view disk) {
     EXPECT_EQ(control(handle, geometryCode, 24), STATUS_SUCCESS);
     EXPECT_EQ(control(handle, lengthCode, 8), STATUS_SUCCESS);
     EXPECT_EQ(medium.reads() - readsBefore, reads);
+    EXPECT_EQ(sim::framework::passedDown(filterOn(disk)).reads - passedBefore, reads);
+    EXPECT_EQ(sim::framework::handlerCalls(filterOn(disk)).reads, 0U) << "a read entered the driver";
+    EXPECT_EQ(sim::framework::handlerCalls(filterOn(disk)).writes - refusedBefore, reads);
     EXPECT_EQ(medium.writes(), writesBefore);
     EXPECT_EQ(medium.contents(), before);
     user.close(handle);

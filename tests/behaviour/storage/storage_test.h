@@ -30,6 +30,9 @@ class StorageTest : public DriverTest {
     NTSTATUS control(Handle handle, std::uint32_t code, std::size_t outputBytes = 0,
                      std::vector<std::uint8_t> input = {});
 
+    /// The top of the disk's stack: the driver's filter, if it has one.
+    PDEVICE_OBJECT filterOn(std::string_view disk);
+
     /// Tries to read and write the disk in many ways.
     void expectWritable(std::string_view disk);
     void expectReadOnly(std::string_view disk);

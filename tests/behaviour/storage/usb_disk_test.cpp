@@ -166,6 +166,30 @@ TEST_F(UsbDisk, OfAnUndecidedDeviceIsReadOnly) {
     service.die();
 }
 
+TEST_F(UsbDisk, ControlCodesThatChangeTheMediumReachAReadOnlyDisk) {
+    startWith(readOnly({u"*"}));
+    sim::DeviceDescription device = flashDrive();
+    part(device, "stick disk").disk->controlAnswers[manageDataSetCode] = {STATUS_SUCCESS, {}};
+    plug(device);
+    const Handle handle = openDisk("stick disk");
+    EXPECT_EQ(control(handle, manageDataSetCode), STATUS_SUCCESS);
+    EXPECT_EQ(control(handle, geometryCode, 4), STATUS_BUFFER_TOO_SMALL) << "the disk's own refusal comes back";
+    user.close(handle);
+}
+
+TEST_F(UsbDisk, AControlCodeThatCannotBeSentOnComesBackWithTheReason) {
+    startWith(readOnly({u"*"}));
+    plug(flashDrive());
+    const Handle handle = openDisk("stick disk");
+    kernel().faults.clear();
+    kernel().faults.failNamed("WdfRequestSend", 1, STATUS_DEVICE_NOT_READY, false);
+    kernel().faults.arm(true);
+    EXPECT_EQ(control(handle, geometryCode, 24), STATUS_DEVICE_NOT_READY);
+    kernel().faults.arm(false);
+    EXPECT_EQ(control(handle, geometryCode, 24), STATUS_SUCCESS);
+    user.close(handle);
+}
+
 TEST_F(UsbDisk, AChangedPolicyActsWhenTheDeviceIsPluggedInAgain) {
     startWith(allowing({u"*"}));
     sim::DeviceNode &stick = plug(flashDrive());
