@@ -65,7 +65,18 @@ bool followsItsDevice(const DeviceOutcome &disk, const PlayResult &result) {
            });
 }
 
+/// What the service says of a device, or that it says nothing, depends on what became of its own requests.
+bool dependsOnService(const DeviceOutcome &outcome) {
+    return outcome.why.reason == Reason::service || outcome.why.reason == Reason::callbackFallback;
+}
+
+/// A question that meets another kind of request than it needs comes back without an answer, and the device runs.
+bool isLeftUndecided(const DeviceOutcome &outcome) {
+    return outcome.why.reason == Reason::service && outcome.values && outcome.values->mode == 0;
+}
+
 bool isMeantToBeOpen(const DeviceOutcome &was, const DeviceOutcome &is, const PlayResult &faulty) {
+    const bool wasDecidedBefore = is.step < faulty.failedStep; // and a rescan that failed did not touch it
     const bool policyWasNotRead = is.values && is.values->filterable == 0;
     const bool enumeratorWasNotRead = is.asked && is.attached == "nothing" && is.returned == STATUS_SUCCESS;
     const bool settingsWereNotRead =
@@ -73,7 +84,7 @@ bool isMeantToBeOpen(const DeviceOutcome &was, const DeviceOutcome &is, const Pl
     const bool cardModeWasNotRead = is.why.reason == Reason::sdCardMode && is.decision == "allowed";
     const bool notKnownAsExternal = was.attached == "thunderbolt-filter" && worksWithoutItsFilter(is);
     return policyWasNotRead || enumeratorWasNotRead || settingsWereNotRead || cardModeWasNotRead ||
-           notKnownAsExternal || followsItsDevice(is, faulty) || !is.asked;
+           notKnownAsExternal || isLeftUndecided(is) || wasDecidedBefore || followsItsDevice(is, faulty) || !is.asked;
 }
 
 /// Nobody can tell yet whose disk it is while its class or its descriptor can't be read; then no line is written.
@@ -142,7 +153,9 @@ std::vector<std::string> faultProblems(const PlayResult &sound, const PlayResult
             problems.push_back(fmt::format("{}: its add failed with {}, which no error line says", is.device,
                                            describeStatus(*is.callbackStatus)));
         }
-        if (othersUntouched && is.step > faulty.failedStep && faulty.failedStep != 0 && !isSame(was, is)) {
+        const bool isComparable = !dependsOnService(was) && !dependsOnService(is);
+        if (othersUntouched && isComparable && is.step > faulty.failedStep && faulty.failedStep != 0 &&
+            !isSame(was, is)) {
             problems.push_back(fmt::format("{}: {} after a failure of a step before, {} when nothing fails", is.device,
                                            describeOutcome(is), describeOutcome(was)));
         }

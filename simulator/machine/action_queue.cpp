@@ -36,10 +36,15 @@ void ActionQueue::drain() {
     }
     std::unique_lock lock(mutex_);
     while (true) {
-        while (runOne(lock)) {
+        // One that waits for a process is not waited for: the process may be the caller's. Whoever runs it goes on with
+        // those behind it, which may be about the same device.
+        if (running_ != 0 && framework::parkedSends() != 0) {
+            return;
         }
-        // One that waits for a process is not waited for: the process may be the caller's.
-        if (running_ == 0 || framework::parkedSends() != 0) {
+        if (runOne(lock)) {
+            continue;
+        }
+        if (running_ == 0) {
             return;
         }
         changed_.wait_for(lock, std::chrono::milliseconds(1));
