@@ -15,7 +15,7 @@ trap 'rm -rf "$results"' EXIT
 export TMPDIR="$results"
 
 play() { # scenario or folder
-    local most=200
+    local most=100
     case $1 in
         scenarios/log | scenarios/*.yaml) most=40 ;; # these write megabytes, or have thousands of calls
     esac

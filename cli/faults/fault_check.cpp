@@ -75,8 +75,15 @@ bool isLeftUndecided(const DeviceOutcome &outcome) {
     return outcome.why.reason == Reason::service && outcome.values && outcome.values->mode == 0;
 }
 
-bool isMeantToBeOpen(const DeviceOutcome &was, const DeviceOutcome &is, const PlayResult &faulty) {
-    const bool wasDecidedBefore = is.step < faulty.failedStep; // and a rescan that failed did not touch it
+std::ptrdiff_t timesAdded(const DeviceOutcome &outcome, const PlayResult &result) {
+    return std::count_if(result.outcomes.begin(), result.outcomes.end(), [&](const DeviceOutcome &other) {
+        return other.device == outcome.device && other.instance == outcome.instance;
+    });
+}
+
+bool isMeantToBeOpen(const DeviceOutcome &was, const DeviceOutcome &is, const PlayResult &sound,
+                     const PlayResult &faulty) {
+    const bool wasNotDecidedAgain = timesAdded(is, faulty) < timesAdded(is, sound); // its rescan failed
     const bool policyWasNotRead = is.values && is.values->filterable == 0;
     const bool enumeratorWasNotRead = is.asked && is.attached == "nothing" && is.returned == STATUS_SUCCESS;
     const bool settingsWereNotRead =
@@ -84,7 +91,7 @@ bool isMeantToBeOpen(const DeviceOutcome &was, const DeviceOutcome &is, const Pl
     const bool cardModeWasNotRead = is.why.reason == Reason::sdCardMode && is.decision == "allowed";
     const bool notKnownAsExternal = was.attached == "thunderbolt-filter" && worksWithoutItsFilter(is);
     return policyWasNotRead || enumeratorWasNotRead || settingsWereNotRead || cardModeWasNotRead ||
-           notKnownAsExternal || isLeftUndecided(is) || wasDecidedBefore || followsItsDevice(is, faulty) || !is.asked;
+           notKnownAsExternal || isLeftUndecided(is) || wasNotDecidedAgain || followsItsDevice(is, faulty) || !is.asked;
 }
 
 /// Nobody can tell yet whose disk it is while its class or its descriptor can't be read; then no line is written.
@@ -111,10 +118,10 @@ bool isSame(const DeviceOutcome &was, const DeviceOutcome &is) {
 }
 
 /// Whether the failure hit one device only: not the driver itself with its settings, its registration or its control
-/// device.
+/// device, and not the service.
 bool hitOneDevice(const PlayResult &sound, const PlayResult &faulty) {
     bool onlyOne = std::none_of(faulty.steps.begin(), faulty.steps.end(), [&](const StepResult &step) {
-        return step.number == faulty.failedStep && step.title == "load";
+        return step.number == faulty.failedStep && (step.title == "load" || step.byService);
     });
     forEachPair(sound, faulty, [&](const DeviceOutcome &was, const DeviceOutcome &is) {
         onlyOne = onlyOne && was.asked == is.asked && (was.device != "control-node" || isSame(was, is));
@@ -139,7 +146,7 @@ std::vector<std::string> faultProblems(const PlayResult &sound, const PlayResult
     }
     const bool othersUntouched = single && hitOneDevice(sound, faulty);
     forEachPair(sound, faulty, [&](const DeviceOutcome &was, const DeviceOutcome &is) {
-        if (isMoreOpen(was, is) && !isMeantToBeOpen(was, is, faulty)) {
+        if (isMoreOpen(was, is) && !isMeantToBeOpen(was, is, sound, faulty)) {
             problems.push_back(fmt::format("{}: {} although {} when nothing fails", is.device, describeOutcome(is),
                                            describeOutcome(was)));
         }
@@ -166,7 +173,7 @@ std::vector<std::string> faultProblems(const PlayResult &sound, const PlayResult
 std::size_t openedAsMeant(const PlayResult &sound, const PlayResult &faulty) {
     std::size_t count = 0;
     forEachPair(sound, faulty, [&](const DeviceOutcome &was, const DeviceOutcome &is) {
-        count += isMoreOpen(was, is) && isMeantToBeOpen(was, is, faulty) ? 1 : 0;
+        count += isMoreOpen(was, is) && isMeantToBeOpen(was, is, sound, faulty) ? 1 : 0;
     });
     return count;
 }

@@ -29,6 +29,7 @@ struct StepResult {
     std::uint64_t fallibleCalls = 0;
     std::vector<Failure> failures;
     std::optional<std::vector<std::uint8_t>> received{}; ///< by a request
+    bool byService = false;                              ///< a step of a service process
 };
 
 /// Everything that playing one scenario showed.

@@ -69,6 +69,7 @@ class Playback {
 
     void perform(const Step &step, int number) {
         current_ = {number, step.title, step.where, {}, {}, 0, {}};
+        current_.byService = std::holds_alternative<ProcessAction>(step.action);
         std::erase_if(plugged_, [this](const ScenarioDevice *device) { return !isUnderWay(*device); });
         faults_.beginStep(step.faults);
         try {
