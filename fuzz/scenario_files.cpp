@@ -12,14 +12,34 @@ namespace fuzz {
 
 namespace {
 
+constexpr std::uint64_t mostBytes = 1 << 20;
+
+std::uint64_t mediumBytes(const sim::DeviceDescription &device) {
+    std::uint64_t bytes = device.disk ? device.disk->medium.bytes : 0;
+    for (const sim::DeviceDescription &child : device.children) {
+        bytes += mediumBytes(child);
+    }
+    return bytes;
+}
+
+bool hasSmallMedia(const cli::Scenario &scenario) {
+    std::uint64_t bytes = 0;
+    for (const cli::ScenarioDevice &device : scenario.devices) {
+        bytes += mediumBytes(device.description);
+    }
+    return bytes <= mostBytes;
+}
+
 /// Playing takes milliseconds then.
 bool isSmall(const cli::Scenario &scenario) {
     constexpr std::size_t most = 6;
-    const bool advances = std::any_of(scenario.steps.begin(), scenario.steps.end(), [](const cli::Step &step) {
+    const bool takesLong = std::any_of(scenario.steps.begin(), scenario.steps.end(), [](const cli::Step &step) {
+        const auto *use = std::get_if<cli::UseDisk>(&step.action);
         return std::holds_alternative<cli::AdvanceClock>(step.action) ||
-               std::holds_alternative<cli::ChangeFiles>(step.action);
+               std::holds_alternative<cli::ChangeFiles>(step.action) || (use != nullptr && use->length > mostBytes);
     });
-    return scenario.steps.size() <= most && scenario.devices.size() <= most && scenario.files.empty() && !advances;
+    return scenario.steps.size() <= most && scenario.devices.size() <= most && scenario.files.empty() && !takesLong &&
+           hasSmallMedia(scenario);
 }
 
 void run(std::string_view text) {

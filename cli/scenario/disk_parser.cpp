@@ -11,7 +11,7 @@
 namespace cli {
 namespace {
 
-constexpr std::uint64_t largestMedium = 1ULL << 30;
+constexpr std::uint64_t largestMedium = 64ULL << 20; // in memory, byte for byte
 
 struct BusName {
     const char *name;

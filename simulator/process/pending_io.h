@@ -50,6 +50,8 @@ class PendingIo : public std::enable_shared_from_this<PendingIo> {
 
     unsigned thread() const { return transfer_ ? transfer_->thread : request_.thread; }
     const DeviceFile *file() const { return file_.get(); }
+    /// What was asked. Empty for a read or a write.
+    const ControlRequest &request() const { return request_; }
     bool isBack() const;
     /// Waits until it is back; stops the run when that takes more than two minutes of the host's time.
     void await();

@@ -59,8 +59,8 @@ TEST(ProcessSteps, tellWhatIsNotMet) {
 )"),
                 ElementsAre("told: pending: false | true", "told: status: a request that is back | it is pending",
                             "never made: pending: a request that was made | it never was",
-                            "told: status: STATUS_SUCCESS (0x00000000) | STATUS_CANCELLED (0xC0000120)",
-                            "told: information: 404 | 0"));
+                            "told: information: 404 (0x194) | 0",
+                            "told: status: STATUS_SUCCESS (0x00000000) | STATUS_CANCELLED (0xC0000120)"));
 }
 
 TEST(ProcessSteps, tellWhatCannotBeDone) {
