@@ -10,6 +10,7 @@
 #include "machine_setup.h"
 #include "processes.h"
 #include "recorder.h"
+#include "step_actions.h"
 #include "step_failure.h"
 #include "step_faults.h"
 
@@ -30,6 +31,7 @@ class Playback {
         recorder_.emplace(machine_, [this](const std::string &name) { return names_.contains(name); });
         recorder_->skipPresentFiles();
         check_.emplace(machine_, *recorder_, processes_);
+        actions_.emplace(StepActions::Stage{scenario_, machine_, *recorder_, processes_, disks_, faults_, current_});
         result_.name = scenario.name;
         result_.file = scenario.file;
     }
@@ -82,6 +84,9 @@ class Playback {
             }
         }
         current_.fallibleCalls = faults_.endStep();
+        for (const ScenarioDevice *device : actions_->takeNewlyPlugged()) {
+            plugged_.push_back(device);
+        }
         endStep();
         noteFault();
         checkExpectations(step);
@@ -92,10 +97,10 @@ class Playback {
     /// While a process serves the driver, whatever waits for it is let wait, and the next step comes.
     void perform(const Action &action) {
         if (!processes_.anyOpen() && !jobs_.any()) {
-            return std::visit(*this, action);
+            return actions_->perform(action);
         }
         jobs_.run(current_.title, [this, &action] {
-            std::visit(*this, action);
+            actions_->perform(action);
             machine_.settle();
         });
         if (options_.fault) { // nothing else could end what waits for a request that a failure made the driver forget
@@ -222,67 +227,6 @@ class Playback {
         result_.steps.push_back(std::move(current_));
     }
 
-    sim::DeviceNode &present(const std::string &name) {
-        sim::DeviceNode *node = nullptr;
-        if (name != "control-node") {
-            node = machine_.find(name);
-        } else if (controlNode_ != nullptr) {
-            for (sim::DeviceNode *known : machine_.nodes()) {
-                node = known == controlNode_ ? known : node;
-            }
-        }
-        if (node == nullptr) {
-            throw StepFailure(fmt::format("'{}' is not plugged in", name));
-        }
-        return *node;
-    }
-
-    sim::DeviceNode &presentDisk(const std::string &name) {
-        sim::DeviceNode &node = present(name);
-        if (node.hasMedium()) {
-            return node;
-        }
-        throw StepFailure(fmt::format("'{}' is no disk", name));
-    }
-
-    std::shared_ptr<sim::Volume> mounted(const std::string &disk) {
-        auto volume = machine_.volume(disk);
-        if (volume == nullptr) {
-            throw StepFailure(fmt::format("nothing is mounted on '{}'", disk));
-        }
-        return volume;
-    }
-
-    void plug(const ScenarioDevice &device) {
-        if (machine_.find(device.description.name) != nullptr) {
-            throw StepFailure(fmt::format("'{}' is plugged in already", device.description.name));
-        }
-        sim::DeviceNode *parent = nullptr;
-        if (device.parent == "root") {
-            parent = &machine_.rootNode();
-        } else if (device.parent == "pci") {
-            parent = &machine_.pciRoot();
-        } else if (!device.parent.empty()) {
-            parent = &present(device.parent);
-        }
-        if (parent != nullptr && parent != &machine_.rootNode() && !parent->started()) {
-            throw StepFailure(fmt::format("its parent '{}' is not started", device.parent));
-        }
-        machine_.plug(device.description, parent);
-        if (checkedOnce_.insert(&device).second) {
-            plugged_.push_back(&device);
-        }
-    }
-
-    const ScenarioDevice &declared(const std::string &name) const {
-        for (const ScenarioDevice &device : scenario_.devices) {
-            if (device.description.name == name) {
-                return device;
-            }
-        }
-        throw StepFailure(fmt::format("'{}' comes with its parent and can't be plugged in by itself", name));
-    }
-
     const Scenario &scenario_;
     const PlayOptions &options_;
     sim::Machine machine_;
@@ -296,134 +240,9 @@ class Playback {
     DiskSteps disks_{machine_};
     std::size_t diskExpectations_ = 0;
     StepFaults faults_{machine_.kernel().faults, !options_.onlyEvents};
+    std::optional<StepActions> actions_;
     std::size_t firstOpen_ = 0;                   ///< of the outcomes: those before are as they will be reported
     std::vector<const ScenarioDevice *> plugged_; ///< in this step, for the first time; and those that were under way
-    std::set<const ScenarioDevice *> checkedOnce_;
-    const sim::DeviceNode *controlNode_ = nullptr;
-
-  public: // what steps do
-    void operator()(const LoadDriver &) {
-        recorder_->driverIsLoading();
-        current_.status = machine_.loadDriver();
-    }
-
-    void operator()(const UnloadDriver &) {
-        if (!machine_.driverLoaded()) {
-            throw StepFailure("the driver is not loaded");
-        }
-        machine_.unloadDriver();
-    }
-
-    void operator()(const StartControlNode &) {
-        recorder_->controlNodeIsStarting(true);
-        controlNode_ = &machine_.plugControlNode();
-        recorder_->controlNodeIsStarting(false);
-    }
-
-    void operator()(const PlugDevices &action) {
-        for (const std::string &name : action.names) {
-            plug(declared(name));
-        }
-        if (action.names.empty()) {
-            for (const ScenarioDevice &device : scenario_.devices) {
-                if (machine_.find(device.description.name) == nullptr) {
-                    plug(device);
-                }
-            }
-        }
-    }
-
-    void operator()(const UnplugDevices &action) {
-        for (const std::string &name : action.names) {
-            machine_.unplug(present(name));
-        }
-    }
-
-    void operator()(const ReplugDevices &action) {
-        for (const std::string &name : action.names) {
-            sim::DeviceNode &node = present(name);
-            recorder_->forget(node);
-            const bool isControlNode = &node == controlNode_;
-            recorder_->controlNodeIsStarting(isControlNode);
-            sim::DeviceNode &again = machine_.replug(node);
-            recorder_->controlNodeIsStarting(false);
-            controlNode_ = isControlNode ? &again : controlNode_;
-        }
-    }
-
-    void operator()(const ChangeRegistry &action) { applyRegistry(machine_, action.changes); }
-
-    void operator()(const ChangeFiles &action) {
-        applyFiles(machine_, action.files);
-        recorder_->skipPresentFiles();
-    }
-
-    void operator()(const SetClock &action) {
-        sim::Clock &clock = machine_.kernel().clock;
-        clock.set(action.localTime + clock.bias());
-    }
-
-    void operator()(const AdvanceClock &action) { machine_.kernel().clock.advance(action.units); }
-
-    void operator()(const PlanFaults &action) { faults_.setStanding(action.faults); }
-
-    void operator()(const SetVolume &action) {
-        sim::FileSystem &files = machine_.kernel().files;
-        files.setMounted(action.state != SetVolume::State::unmounted);
-        files.setFull(action.state == SetVolume::State::full);
-    }
-
-    void operator()(const SetLogWorkers &action) {
-        if (action.paused) {
-            machine_.kernel().workers.pause();
-        } else {
-            machine_.kernel().workers.resume();
-        }
-    }
-
-    void operator()(const ChangePower &action) {
-        switch (action.to) {
-        case ChangePower::To::sleep:
-            return machine_.sleep();
-        case ChangePower::To::wake:
-            return machine_.wake();
-        case ChangePower::To::shutDown:
-            return machine_.shutDown();
-        }
-    }
-
-    void operator()(const UseDisk &action) { disks_.use(action, presentDisk(action.disk), current_); }
-
-    void operator()(const AwaitDisk &action) {
-        if (!disks_.await(action.disk, current_)) {
-            throw StepFailure(fmt::format("no request to '{}' is under way", action.disk));
-        }
-    }
-
-    void operator()(const SaveToVolume &action) {
-        current_.status = mounted(action.disk)->save(action.offset, action.data);
-    }
-
-    void operator()(const WriteBack &action) { mounted(action.disk)->writeBack(); }
-
-    void operator()(const MountMedium &action) {
-        if (machine_.mount(presentDisk(action.disk)) == nullptr) {
-            throw StepFailure(fmt::format("'{}' does not run", action.disk));
-        }
-    }
-
-    void operator()(const ChangeMedium &action) {
-        sim::Medium &medium = machine_.medium(presentDisk(action.disk).description().name);
-        medium.setPresent(action.present.value_or(medium.present()));
-        medium.setWriteProtected(action.writeProtected.value_or(medium.writeProtected()));
-        if (action.stalled) {
-            *action.stalled ? medium.stall() : medium.resume();
-        }
-    }
-
-    void operator()(const ProcessAction &action) { current_.status = processes_.perform(action); }
-
-    void operator()(const OnlyExpect &) {}
 };
 
 } // namespace

@@ -206,14 +206,14 @@ bool deviceOpened(PDEVICE_OBJECT device) {
     if (isDeletePending(device)) {
         return false;
     }
-    ++device->ReferenceCount;
+    __atomic_fetch_add(&device->ReferenceCount, 1, __ATOMIC_ACQ_REL); // removal looks at it without the lock
     return true;
 }
 
 void deviceClosed(PDEVICE_OBJECT device) {
     {
         std::lock_guard lock(deviceTable().mutex);
-        --device->ReferenceCount;
+        __atomic_fetch_sub(&device->ReferenceCount, 1, __ATOMIC_ACQ_REL);
     }
     deleteIfUnused(device);
 }

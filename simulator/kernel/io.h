@@ -32,6 +32,20 @@ PDEVICE_OBJECT topOfStack(PDEVICE_OBJECT device);           ///< no reference ad
 PDEVICE_OBJECT referencedTopOfStack(PDEVICE_OBJECT device); ///< with one of the machine's, no driver's
 PDEVICE_OBJECT bottomOfStack(PDEVICE_OBJECT device);        ///< no reference added
 
+/// The top of a stack, held while a request to it is under way: somebody else may take the stack apart meanwhile.
+class TopOfStack {
+  public:
+    explicit TopOfStack(PDEVICE_OBJECT anyDeviceOfStack);
+    ~TopOfStack();
+    TopOfStack(const TopOfStack &) = delete;
+    TopOfStack &operator=(const TopOfStack &) = delete;
+
+    PDEVICE_OBJECT get() const { return device_; }
+
+  private:
+    const PDEVICE_OBJECT device_;
+};
+
 /// An IRP with `stackSize` locations, owned by its creator until it is completed or freed (IoAllocateIrp/IoFreeIrp).
 /// Live IRPs are tracked; double completion and completion of a freed IRP stop the run.
 PIRP allocateIrp(CCHAR stackSize, const void *callSite);

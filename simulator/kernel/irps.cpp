@@ -114,23 +114,11 @@ void setIrpThread(PIRP irp) {
     irp->Tail.Overlay.Thread = reinterpret_cast<PETHREAD>(&currentThread());
 }
 
-namespace {
+TopOfStack::TopOfStack(PDEVICE_OBJECT anyDeviceOfStack) : device_(referencedTopOfStack(anyDeviceOfStack)) {}
 
-/// Somebody else may take the stack apart while a request to it is under way.
-class TopOfStack {
-  public:
-    explicit TopOfStack(PDEVICE_OBJECT anyDeviceOfStack) : device_(referencedTopOfStack(anyDeviceOfStack)) {}
-    ~TopOfStack() { kernel().objects.dereference(device_, nullptr); }
-    TopOfStack(const TopOfStack &) = delete;
-    TopOfStack &operator=(const TopOfStack &) = delete;
-
-    PDEVICE_OBJECT get() const { return device_; }
-
-  private:
-    const PDEVICE_OBJECT device_;
-};
-
-} // namespace
+TopOfStack::~TopOfStack() {
+    kernel().objects.dereference(device_, nullptr);
+}
 
 NTSTATUS sendAndWait(PDEVICE_OBJECT device, PIRP irp) {
     KEVENT event;

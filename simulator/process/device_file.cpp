@@ -47,15 +47,11 @@ DeviceFile::DeviceFile(PDEVICE_OBJECT device, ACCESS_MASK access, unsigned proce
     object_.WriteAccess = (access_ & FILE_WRITE_DATA) != 0;
 }
 
-PDEVICE_OBJECT DeviceFile::topOfStack() const {
-    return sim::topOfStack(object_.DeviceObject);
-}
-
 NTSTATUS DeviceFile::send(UCHAR majorFunction) {
     const InProcess inside(processId_);
-    const PDEVICE_OBJECT top = topOfStack();
-    const PIRP irp = allocateUserIrp(top, majorFunction, object_, thread_);
-    const NTSTATUS status = sendAndWait(top, irp);
+    const TopOfStack top(device());
+    const PIRP irp = allocateUserIrp(top.get(), majorFunction, object_, thread_);
+    const NTSTATUS status = sendAndWait(top.get(), irp);
     freeIrp(irp);
     return status;
 }

@@ -45,7 +45,7 @@ class DeviceFile : public std::enable_shared_from_this<DeviceFile> {
     bool requestStarts();
     void requestEnds();
 
-    PDEVICE_OBJECT topOfStack() const;
+    PDEVICE_OBJECT device() const { return object_.DeviceObject; }
     FILE_OBJECT &object() { return object_; }
     unsigned processId() const { return processId_; }
 

@@ -76,7 +76,8 @@ void PendingIo::refuse(NTSTATUS status) {
 }
 
 void PendingIo::start(PETHREAD thread) {
-    const PDEVICE_OBJECT top = file_->topOfStack();
+    const TopOfStack held(file_->device());
+    const PDEVICE_OBJECT top = held.get();
     const UCHAR transfer = transfer_ && transfer_->isWrite ? IRP_MJ_WRITE : IRP_MJ_READ;
     irp_ = allocateUserIrp(top, transfer_ ? transfer : IRP_MJ_DEVICE_CONTROL, file_->object(), thread);
     const PIO_STACK_LOCATION location = IoGetNextIrpStackLocation(irp_);
