@@ -34,7 +34,14 @@ bool PlugAndPlay::start(Node &node) {
 
 /// What the mount manager and a file system do when a disk with a medium arrives.
 std::shared_ptr<Volume> PlugAndPlay::mount(Node &node) {
-    const auto volume = node.started() ? std::make_shared<Volume>(node) : nullptr;
+    std::shared_ptr<Volume> volume;
+    {
+        const NodeClaim claim = claimUnlessOwn(node); // its stack must not be taken apart while it is opened
+        volume = node.started() ? std::make_shared<Volume>(node) : nullptr;
+    }
+    if (volume) {
+        volume->askWhetherWritable();
+    }
     const std::lock_guard guard(tree_.mutex);
     return volumes_[node.description().name] = volume;
 }

@@ -12,12 +12,12 @@ namespace {
 constexpr unsigned systemProcess = 4;
 }
 
-Volume::Volume(const DeviceNode &disk) : disk_(disk), system_(systemProcess) {
-    UserProcess::Handle handle = 0;
-    mountAnswer_ = open(handle);
+Volume::Volume(const DeviceNode &disk) : disk_(disk), system_(systemProcess), mountAnswer_(open(mounting_)) {}
+
+void Volume::askWhetherWritable() {
     if (NT_SUCCESS(mountAnswer_)) {
-        mountAnswer_ = system_.control(handle, {IOCTL_DISK_IS_WRITABLE, {}, 0})->status();
-        system_.close(handle);
+        mountAnswer_ = system_.control(mounting_, {IOCTL_DISK_IS_WRITABLE, {}, 0})->status();
+        system_.close(mounting_);
     }
 }
 

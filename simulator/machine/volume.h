@@ -24,8 +24,10 @@ struct LostWrite {
 /// only, and whatever the answer but STATUS_MEDIA_WRITE_PROTECTED, the volume is writable.
 class Volume {
   public:
-    /// Mounts: asks the disk's stack whether it is writable.
+    /// Opens the disk, which must not be taken away meanwhile. From then on the open handle holds its stack.
     explicit Volume(const DeviceNode &disk);
+    /// Mounts: asks the disk's stack whether it is writable, and closes the disk.
+    void askWhetherWritable();
 
     NTSTATUS mountAnswer() const { return mountAnswer_; }
     bool readOnly() const { return mountAnswer_ == STATUS_MEDIA_WRITE_PROTECTED; }
@@ -44,6 +46,7 @@ class Volume {
 
     const DeviceNode &disk_;
     UserProcess system_; ///< requests come from the system's own threads
+    UserProcess::Handle mounting_ = 0;
     NTSTATUS mountAnswer_ = STATUS_SUCCESS;
     mutable std::mutex mutex_;
     std::map<std::uint64_t, std::vector<std::uint8_t>> cache_;
