@@ -1,5 +1,6 @@
 #include "fault_check.h"
 
+#include "../facts/message_fields.h"
 #include "../text/status_names.h"
 
 #include <fmt/format.h>
@@ -75,6 +76,22 @@ bool isLeftUndecided(const DeviceOutcome &outcome) {
     return outcome.why.reason == Reason::service && outcome.values && outcome.values->mode == 0;
 }
 
+std::string serialNumber(const DeviceOutcome &outcome) {
+    const auto &fields = messageFields();
+    const auto field =
+        std::find_if(fields.begin(), fields.end(), [](const auto &each) { return each.name == "serial"; });
+    const Fact fact = messageFact(outcome.values ? outcome.values->message : std::vector<std::uint8_t>{}, *field);
+    const auto *text = std::get_if<std::string>(&fact);
+    return text == nullptr ? std::string() : *text;
+}
+
+/// A rule that accepts any serial number also accepts a device whose number can't be read; when nothing fails the
+/// number of such a device can be too long to be matched behind its id.
+bool acceptedWithoutSerialNumber(const DeviceOutcome &was, const DeviceOutcome &is) {
+    return is.why.decidedBy && is.why.decidedBy->rule.ends_with("\\*") && !serialNumber(was).empty() &&
+           serialNumber(is).empty();
+}
+
 std::ptrdiff_t timesAdded(const DeviceOutcome &outcome, const PlayResult &result) {
     return std::count_if(result.outcomes.begin(), result.outcomes.end(), [&](const DeviceOutcome &other) {
         return other.device == outcome.device && other.instance == outcome.instance;
@@ -91,7 +108,8 @@ bool isMeantToBeOpen(const DeviceOutcome &was, const DeviceOutcome &is, const Pl
     const bool cardModeWasNotRead = is.why.reason == Reason::sdCardMode && is.decision == "allowed";
     const bool notKnownAsExternal = was.attached == "thunderbolt-filter" && worksWithoutItsFilter(is);
     return policyWasNotRead || enumeratorWasNotRead || settingsWereNotRead || cardModeWasNotRead ||
-           notKnownAsExternal || isLeftUndecided(is) || wasNotDecidedAgain || followsItsDevice(is, faulty) || !is.asked;
+           notKnownAsExternal || acceptedWithoutSerialNumber(was, is) || isLeftUndecided(is) || wasNotDecidedAgain ||
+           followsItsDevice(is, faulty) || !is.asked;
 }
 
 /// Nobody can tell yet whose disk it is while its class or its descriptor can't be read; then no line is written.

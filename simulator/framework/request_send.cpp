@@ -57,9 +57,10 @@ void Request::finishFlight() {
     target->ended(*this);
     flight = Flight::grounded;
     if (senderWaits) {
-        signalEvent(&back);
+        signalEvent(&back); // the sender gives the reference back, so that nothing of the request outlives its wait
+    } else {
+        dereference("WdfRequestSend", nullptr);
     }
-    dereference("WdfRequestSend", nullptr);
 }
 
 void Request::irpUserLeaves() {
@@ -169,6 +170,7 @@ NTSTATUS submit(Request &request, Target &target, const SendOptions &options) {
     IofCallDriver(destination, irp);
     if (options.synchronous) {
         awaitReturn(request, options, toDriverItself);
+        request.dereference("WdfRequestSend", nullptr);
     }
     return STATUS_SUCCESS;
 }

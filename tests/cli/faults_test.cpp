@@ -1,6 +1,7 @@
 // Runs with failing platform calls: what is found wrong with them, and the command that makes them.
 
 #include "cli/command.h"
+#include "cli/facts/message_fields.h"
 #include "cli/faults/fault_check.h"
 
 #include <gmock/gmock.h>
@@ -84,6 +85,22 @@ TEST(FaultCheck, AnUnreadPolicyIsCountedNotBlamed) {
     open = outcomeOf("stick", "allowed", true, 1);
     open.asked = false; // the driver is not there
     EXPECT_EQ(openedAsMeant(sound, resultOf({open}, 1)), 1u);
+}
+
+TEST(FaultCheck, ARuleForAnySerialNumberNeedsNone) {
+    DeviceOutcome stick = outcomeOf("stick", "blocked", false, 1);
+    stick.values->message.assign(serviceMessageSize, 0);
+    stick.values->message[280] = 'A'; // the first unit of its serial number, too long to be matched
+    DeviceOutcome open = outcomeOf("stick", "allowed", true, 1);
+    open.values->message.assign(serviceMessageSize, 0);
+    open.why.decidedBy = RuleHit{"AllowedHardwareIds", false, "VID*\\*", "VIDA"};
+    EXPECT_THAT(faultProblems(resultOf({stick}), resultOf({open}, 1), true), IsEmpty());
+    EXPECT_EQ(openedAsMeant(resultOf({stick}), resultOf({open}, 1)), 1u);
+    open.why.decidedBy->rule = "VID*\\A";
+    EXPECT_EQ(faultProblems(resultOf({stick}), resultOf({open}, 1), true).size(), 1u) << "that number was asked for";
+    open.why.decidedBy->rule = "VID*\\*";
+    open.values->message[280] = 'A';
+    EXPECT_EQ(faultProblems(resultOf({stick}), resultOf({open}, 1), true).size(), 1u) << "it was read";
 }
 
 TEST(FaultCheck, ADeviceThatRunsWithoutItsFailedFilterIsAProblem) {
