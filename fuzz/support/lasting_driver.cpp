@@ -19,7 +19,7 @@ class LastingImage final : public sim::DriverImage {
 } // namespace
 
 std::unique_ptr<sim::DriverImage> openLastingDriver() {
-    static sim::DriverImage &module = *sim::openNativeImage(sim::defaultNativeDriver()).release();
+    static sim::DriverImage &module = *sim::openNativeImage(sim::defaultDriver()).release();
     return std::make_unique<LastingImage>(module);
 }
 

@@ -2,17 +2,20 @@
 
 #include <wdf.h>
 
-#include <array>
 #include <cstddef>
+#include <span>
 
 namespace sim::framework {
 
-/// The library's function table as a 1.15 client sees it. Entries that are not simulated stop the run with their name.
+/// The library's function table as a 1.15 client sees it. Entries that are not simulated stop the run with their name;
+/// an index past the end meets memory that can't be touched.
 inline constexpr std::size_t functionCount = 444;
 
 class FunctionTable {
   public:
     FunctionTable();
+    FunctionTable(const FunctionTable &) = delete;
+    FunctionTable &operator=(const FunctionTable &) = delete;
     WDFFUNC *entries() { return entries_.data(); }
 
     template<typename Routine>
@@ -21,7 +24,7 @@ class FunctionTable {
     }
 
   private:
-    std::array<WDFFUNC, functionCount> entries_;
+    const std::span<WDFFUNC, functionCount> entries_;
 };
 
 FunctionTable &functionTable();

@@ -39,10 +39,15 @@ std::string readable(const std::string &symbol) {
     if (status != 0) {
         return symbol;
     }
-    std::string_view name = text.get();
+    return withoutParameters(text.get());
+}
+
+} // namespace
+
+std::string withoutParameters(std::string name) {
     constexpr std::string_view qualifier = " const";
     if (name.ends_with(qualifier)) {
-        name.remove_suffix(qualifier.size());
+        name.resize(name.size() - qualifier.size());
     }
     // The parameter list is the last balanced pair of parentheses; others can stand in the name itself.
     std::size_t at = name.size();
@@ -53,10 +58,9 @@ std::string readable(const std::string &symbol) {
             break;
         }
     }
-    return std::string(name.substr(0, at));
+    name.resize(at);
+    return name;
 }
-
-} // namespace
 
 void setCodeDescriber(CodeDescriber function) {
     std::lock_guard lock(describer().mutex);

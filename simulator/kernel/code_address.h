@@ -15,4 +15,7 @@ using CodeDescriber = std::function<std::optional<std::string>(const void *addre
 /// Asked before the host's own modules. An empty function takes it away.
 void setCodeDescriber(CodeDescriber describer);
 
+/// The readable name of a function without its parameters.
+std::string withoutParameters(std::string name);
+
 } // namespace sim

@@ -1,6 +1,7 @@
 // Wildcard matching of names.
 
 #include "kernel.h"
+#include "name_expression.h"
 #include "strings.h"
 #include "thread.h"
 #include "violation.h"
@@ -140,10 +141,9 @@ bool nameMatches(std::u16string_view expression, std::u16string_view name) {
 
 // learn.microsoft.com: FsRtlIsNameInExpression. Only the name is upcased, so that a lower-case letter of the expression
 // never matches when case is ignored (recalled).
-extern "C" BOOLEAN FsRtlIsNameInExpression(PUNICODE_STRING expression, PUNICODE_STRING name, BOOLEAN ignoreCase,
-                                           PWCH upcaseTable) {
+BOOLEAN sim::isNameInExpression(PUNICODE_STRING expression, PUNICODE_STRING name, BOOLEAN ignoreCase, PWCH upcaseTable,
+                                const void *callSite) {
     constexpr auto routine = "FsRtlIsNameInExpression";
-    const void *callSite = SIM_CALL_SITE;
     requirePassive(routine, callSite);
     kernel().pool.checkAccess(expression->Buffer, expression->Length & ~1u, routine, callSite);
     kernel().pool.checkAccess(name->Buffer, name->Length & ~1u, routine, callSite);
@@ -171,4 +171,9 @@ extern "C" BOOLEAN FsRtlIsNameInExpression(PUNICODE_STRING expression, PUNICODE_
         kernel().trace.emit(event);
     }
     return hit;
+}
+
+extern "C" BOOLEAN FsRtlIsNameInExpression(PUNICODE_STRING expression, PUNICODE_STRING name, BOOLEAN ignoreCase,
+                                           PWCH upcaseTable) {
+    return isNameInExpression(expression, name, ignoreCase, upcaseTable, SIM_CALL_SITE);
 }

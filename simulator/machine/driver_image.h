@@ -18,11 +18,20 @@ class DriverImage {
     virtual ULONG size() const { return 0; }
 };
 
+/// Maps a driver: an ARM64 image (.sys) or a native module. Throws std::runtime_error when that fails.
+std::unique_ptr<DriverImage> openDriver(const std::filesystem::path &file);
+
 /// Maps a native module (a shared object with the entry FxDriverEntry). Throws std::runtime_error when that fails, also
 /// when the module is mapped already: its globals would not start anew.
 std::unique_ptr<DriverImage> openNativeImage(const std::filesystem::path &module);
 
-/// The module named by the environment variable MYRTELHAVEN_DRIVER, otherwise the one built beside this program.
-std::filesystem::path defaultNativeDriver();
+/// Maps an ARM64 image. Throws std::runtime_error when it can't be loaded, or when this is no ARM64 program.
+std::unique_ptr<DriverImage> openPeImage(const std::filesystem::path &file);
+/// Whether a file begins as Windows images do.
+bool isPeImage(const std::filesystem::path &file);
+
+/// The driver named by the environment variable MYRTELHAVEN_DRIVER, otherwise the one built beside this program: the
+/// image for a program on ARM64, the native module for any other.
+std::filesystem::path defaultDriver();
 
 } // namespace sim

@@ -77,7 +77,7 @@ struct Machine::Implementation {
         if (options.openImage) {
             return options.openImage();
         }
-        return openNativeImage(options.driver.empty() ? defaultNativeDriver() : options.driver);
+        return openDriver(options.driver.empty() ? defaultDriver() : options.driver);
     }
 
     /// What a stack that needs the driver meets: a module that cannot be opened is a load that failed.

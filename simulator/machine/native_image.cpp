@@ -58,18 +58,4 @@ std::unique_ptr<DriverImage> openNativeImage(const std::filesystem::path &module
     return std::make_unique<NativeImage>(std::filesystem::absolute(module));
 }
 
-std::filesystem::path defaultNativeDriver() {
-    if (const char *named = std::getenv("MYRTELHAVEN_DRIVER"); named != nullptr && *named != '\0') {
-        return named;
-    }
-    const std::filesystem::path fileName = "TarvenholtMyrtelhavenDriver.so";
-    const std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-    for (const auto &place : {folder / fileName, folder.parent_path() / "src" / fileName}) {
-        if (std::filesystem::exists(place)) {
-            return place;
-        }
-    }
-    return folder / fileName;
-}
-
 } // namespace sim

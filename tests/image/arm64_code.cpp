@@ -4,7 +4,7 @@
 
 namespace {
 
-void forEachInstruction(const PeImage &image, const std::function<void(std::uint32_t, std::uint32_t, Bytes)> &visit) {
+void forEachInstruction(const PeFile &image, const std::function<void(std::uint32_t, std::uint32_t, Bytes)> &visit) {
     for (const Section &section : image.sections()) {
         if (!section.has(Section::execute)) {
             continue;
@@ -41,7 +41,7 @@ std::optional<std::uint32_t> loadOffset(std::uint32_t instruction, std::uint32_t
 
 } // namespace
 
-std::vector<std::uint32_t> callSites(const PeImage &image) {
+std::vector<std::uint32_t> callSites(const PeFile &image) {
     std::vector<std::uint32_t> found;
     forEachInstruction(image, [&](std::uint32_t address, std::uint32_t instruction, Bytes) {
         if (isCall(instruction)) {
@@ -51,7 +51,7 @@ std::vector<std::uint32_t> callSites(const PeImage &image) {
     return found;
 }
 
-std::vector<std::uint32_t> loadsOf(const PeImage &image, std::uint32_t target) {
+std::vector<std::uint32_t> loadsOf(const PeFile &image, std::uint32_t target) {
     // The load follows its page instruction closely; compilers put only a few others in between.
     constexpr std::uint32_t reach = 16;
     std::vector<std::uint32_t> found;

@@ -161,7 +161,7 @@ class Instruction {
     std::uint32_t word_;
 };
 
-Instruction instructionAt(const PeImage &image, std::uint32_t address) {
+Instruction instructionAt(const PeFile &image, std::uint32_t address) {
     return {address, read32(image.from(address), 0)};
 }
 
@@ -192,7 +192,7 @@ std::map<std::string, std::uint32_t> readMap(const std::filesystem::path &path, 
 namespace {
 
 /// What is known before each instruction that can run.
-std::map<std::uint32_t, State> statesOf(const PeImage &image, Range range, const LogVariables &log, LogState logState) {
+std::map<std::uint32_t, State> statesOf(const PeFile &image, Range range, const LogVariables &log, LogState logState) {
     std::map<std::uint32_t, State> states{{range.address, State{}}};
     std::vector<std::uint32_t> work{range.address};
     const auto flowTo = [&](std::uint32_t address, const State &state) {
@@ -223,7 +223,7 @@ std::map<std::uint32_t, State> statesOf(const PeImage &image, Range range, const
 }
 
 /// Walks from the branch that asks the flag to the one that asks the level, the flag being set.
-LogGuard followGuard(const PeImage &image, const std::map<std::uint32_t, State> &states, std::uint32_t flagBranch) {
+LogGuard followGuard(const PeFile &image, const std::map<std::uint32_t, State> &states, std::uint32_t flagBranch) {
     constexpr std::size_t longest = 32;
     LogGuard guard;
     guard.flagBranch = flagBranch;
@@ -251,7 +251,7 @@ LogGuard followGuard(const PeImage &image, const std::map<std::uint32_t, State> 
 
 } // namespace
 
-std::set<std::uint32_t> reachable(const PeImage &image, Range range, const LogVariables &log, LogState state) {
+std::set<std::uint32_t> reachable(const PeFile &image, Range range, const LogVariables &log, LogState state) {
     std::set<std::uint32_t> reached;
     for (const auto &[address, known] : statesOf(image, range, log, state)) {
         reached.insert(address);
@@ -259,7 +259,7 @@ std::set<std::uint32_t> reachable(const PeImage &image, Range range, const LogVa
     return reached;
 }
 
-std::vector<LogGuard> logGuards(const PeImage &image, Range range, const LogVariables &log) {
+std::vector<LogGuard> logGuards(const PeFile &image, Range range, const LogVariables &log) {
     const std::map<std::uint32_t, State> states = statesOf(image, range, log, LogState::lowLevel);
     std::vector<LogGuard> guards;
     for (const auto &[address, state] : states) {
@@ -271,11 +271,11 @@ std::vector<LogGuard> logGuards(const PeImage &image, Range range, const LogVari
     return guards;
 }
 
-bool runsOn(const PeImage &image, std::uint32_t address) {
+bool runsOn(const PeFile &image, std::uint32_t address) {
     return !instructionAt(image, address).isEnd();
 }
 
-std::vector<std::uint32_t> transfersTo(const PeImage &image, Range range, const std::set<std::uint32_t> &targets) {
+std::vector<std::uint32_t> transfersTo(const PeFile &image, Range range, const std::set<std::uint32_t> &targets) {
     std::vector<std::uint32_t> found;
     for (std::uint32_t address = range.address; range.contains(address); address += 4) {
         const std::optional<std::uint32_t> target = instructionAt(image, address).directTarget();

@@ -1,7 +1,7 @@
 // Where the code of an ARM64 function leads when the driver's log lets lines through and when it does not.
 #pragma once
 
-#include "pe_reader.h"
+#include "../../simulator/image/pe_file.h"
 
 #include <cstdint>
 #include <map>
@@ -9,6 +9,8 @@
 #include <set>
 #include <string>
 #include <vector>
+
+using namespace sim::image;
 
 /// Addresses of an image's functions and variables by their linker names, read from the linker's map.
 std::map<std::string, std::uint32_t> readMap(const std::filesystem::path &path, std::uint64_t base);
@@ -29,7 +31,7 @@ struct LogVariables {
 
 /// Addresses of the instructions that can run in the function [range) when it begins at its first one. Branches that
 /// ask the log's variables go as `state` has it, every other conditional branch goes both ways.
-std::set<std::uint32_t> reachable(const PeImage &image, Range range, const LogVariables &log, LogState state);
+std::set<std::uint32_t> reachable(const PeFile &image, Range range, const LogVariables &log, LogState state);
 
 /// The question of one log line (or of several whose flag is asked once), from the branch that asks the flag to the one
 /// that asks the level, both counted.
@@ -39,10 +41,10 @@ struct LogGuard {
     std::optional<std::uint32_t> skipsTo;     ///< where a low level branches to; nothing when it goes straight on
     std::size_t instructions = 0;
 };
-std::vector<LogGuard> logGuards(const PeImage &image, Range range, const LogVariables &log);
+std::vector<LogGuard> logGuards(const PeFile &image, Range range, const LogVariables &log);
 
 /// Whether the instruction can be followed by the one behind it: no jump and no return.
-bool runsOn(const PeImage &image, std::uint32_t address);
+bool runsOn(const PeFile &image, std::uint32_t address);
 
 /// Addresses in the function that call or jump to one of the targets.
-std::vector<std::uint32_t> transfersTo(const PeImage &image, Range range, const std::set<std::uint32_t> &targets);
+std::vector<std::uint32_t> transfersTo(const PeFile &image, Range range, const std::set<std::uint32_t> &targets);

@@ -1,9 +1,11 @@
 // The image that was built.
 #pragma once
 
-#include "pe_reader.h"
+#include "../../simulator/image/pe_file.h"
 
-inline const PeImage &image() {
-    static const PeImage theImage{DRIVER_IMAGE};
+using namespace sim::image;
+
+inline const PeFile &image() {
+    static const PeFile theImage{DRIVER_IMAGE};
     return theImage;
 }

@@ -1,8 +1,8 @@
 // What the driver image must be for the system to load it, and to load it well protected.
+#include "../../simulator/image/pe_file.h"
 #include "arm64_code.h"
 #include "driver_image.h"
 #include "import_list.h"
-#include "pe_reader.h"
 #include "version_resource.h"
 
 #include <algorithm>

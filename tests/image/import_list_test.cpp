@@ -1,11 +1,13 @@
 // The lists about imports agree with each other and with the image.
+#include "../../simulator/image/pe_file.h"
 #include "import_list.h"
-#include "pe_reader.h"
 
 #include <fstream>
 #include <gtest/gtest.h>
 #include <set>
 #include <sstream>
+
+using namespace sim::image;
 
 namespace {
 
@@ -47,7 +49,7 @@ TEST(ImportList, HoldsWhatTheDefinitionFilesOffer) {
 
 TEST(ImportList, IsWhereEveryImportOfTheImageIsFound) {
     const auto known = readKnownImports(KNOWN_IMPORTS);
-    for (const Import &import : PeImage{DRIVER_IMAGE}.imports()) {
+    for (const Import &import : PeFile{DRIVER_IMAGE}.imports()) {
         const std::string key = importKey(import.module, import.routine);
         EXPECT_TRUE(known.contains(key)) << key << " is not in known-imports.txt";
     }
@@ -62,7 +64,7 @@ TEST(ImportList, IsShownInTheDocumentForEveryImportOfTheImage) {
         rows.insert(line);
     }
     std::set<std::string> imported;
-    for (const Import &import : PeImage{DRIVER_IMAGE}.imports()) {
+    for (const Import &import : PeFile{DRIVER_IMAGE}.imports()) {
         const auto entry = known.find(importKey(import.module, import.routine));
         ASSERT_NE(entry, known.end());
         const std::string row = "| " + import.routine + " | " + import.module + " | " + entry->second + " |";

@@ -1,7 +1,9 @@
 // The version resource of an image, taken apart.
 #pragma once
 
-#include "pe_reader.h"
+#include "../../simulator/image/pe_file.h"
+
+using namespace sim::image;
 
 struct VersionInformation {
     std::array<int, 4> fileVersion{};

@@ -28,7 +28,7 @@ class LateWorkers : public RaceTest {
         EXPECT_EQ(workers().pending(), threadCount * linesEach);
     }
     static bool imageIsMapped() {
-        void *handle = dlopen(sim::defaultNativeDriver().c_str(), RTLD_NOW | RTLD_NOLOAD);
+        void *handle = dlopen(sim::defaultDriver().c_str(), RTLD_NOW | RTLD_NOLOAD);
         if (handle != nullptr) {
             dlclose(handle);
         }

@@ -1,8 +1,10 @@
-#include "pe_reader.h"
+#include "pe_file.h"
 
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
+
+namespace sim::image {
 
 namespace {
 
@@ -50,7 +52,7 @@ std::vector<std::uint8_t> readFile(const std::filesystem::path &path) {
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-PeImage::PeImage(const std::filesystem::path &path) : file_(readFile(path)) {
+PeFile::PeFile(const std::filesystem::path &path) : file_(readFile(path)) {
     if (read16(file_, 0) != 0x5A4D) {
         throw std::runtime_error(path.string() + " has no MZ header");
     }
@@ -77,47 +79,51 @@ PeImage::PeImage(const std::filesystem::path &path) : file_(readFile(path)) {
     }
 }
 
-std::uint16_t PeImage::machine() const {
+std::uint16_t PeFile::machine() const {
     return read16(file_, header_ + 4);
 }
 
-std::uint64_t PeImage::base() const {
+std::uint64_t PeFile::base() const {
     return read64(file_, optional(24));
 }
 
-std::uint32_t PeImage::entryPoint() const {
+std::uint32_t PeFile::entryPoint() const {
     return read32(file_, optional(16));
 }
 
-std::pair<int, int> PeImage::operatingSystemVersion() const {
+std::uint32_t PeFile::sizeInMemory() const {
+    return read32(file_, optional(56));
+}
+
+std::pair<int, int> PeFile::operatingSystemVersion() const {
     return {read16(file_, optional(40)), read16(file_, optional(42))};
 }
 
-std::pair<int, int> PeImage::imageVersion() const {
+std::pair<int, int> PeFile::imageVersion() const {
     return {read16(file_, optional(44)), read16(file_, optional(46))};
 }
 
-std::pair<int, int> PeImage::subsystemVersion() const {
+std::pair<int, int> PeFile::subsystemVersion() const {
     return {read16(file_, optional(48)), read16(file_, optional(50))};
 }
 
-std::uint16_t PeImage::subsystem() const {
+std::uint16_t PeFile::subsystem() const {
     return read16(file_, optional(68));
 }
 
-std::uint16_t PeImage::dllCharacteristics() const {
+std::uint16_t PeFile::dllCharacteristics() const {
     return read16(file_, optional(70));
 }
 
-std::uint32_t PeImage::sectionAlignment() const {
+std::uint32_t PeFile::sectionAlignment() const {
     return read32(file_, optional(32));
 }
 
-std::uint32_t PeImage::storedChecksum() const {
+std::uint32_t PeFile::storedChecksum() const {
     return read32(file_, optional(64));
 }
 
-std::uint32_t PeImage::computedChecksum() const {
+std::uint32_t PeFile::computedChecksum() const {
     // 16-bit words with end-around carry, the field itself as zero, plus the length of the file.
     const std::size_t field = optional(64);
     std::uint64_t sum = 0;
@@ -132,7 +138,7 @@ std::uint32_t PeImage::computedChecksum() const {
     return static_cast<std::uint32_t>(sum + file_.size());
 }
 
-const Section *PeImage::sectionNamed(const std::string &name) const {
+const Section *PeFile::sectionNamed(const std::string &name) const {
     for (const Section &section : sections_) {
         if (section.name == name) {
             return &section;
@@ -141,7 +147,7 @@ const Section *PeImage::sectionNamed(const std::string &name) const {
     return nullptr;
 }
 
-const Section *PeImage::sectionAt(std::uint32_t address) const {
+const Section *PeFile::sectionAt(std::uint32_t address) const {
     for (const Section &section : sections_) {
         if (section.range.contains(address)) {
             return &section;
@@ -150,17 +156,17 @@ const Section *PeImage::sectionAt(std::uint32_t address) const {
     return nullptr;
 }
 
-bool PeImage::isCode(std::uint32_t address) const {
+bool PeFile::isCode(std::uint32_t address) const {
     const Section *section = sectionAt(address);
     return section != nullptr && section->has(Section::execute) && address % 4 == 0;
 }
 
-Range PeImage::directory(Directory which) const {
+Range PeFile::directory(Directory which) const {
     const std::size_t entry = optional(112 + 8 * static_cast<std::size_t>(which));
     return {read32(file_, entry), read32(file_, entry + 4)};
 }
 
-Bytes PeImage::from(std::uint32_t address) const {
+Bytes PeFile::from(std::uint32_t address) const {
     const Section *section = sectionAt(address);
     if (section == nullptr) {
         throw std::out_of_range("no section holds address " + std::to_string(address));
@@ -172,26 +178,29 @@ Bytes PeImage::from(std::uint32_t address) const {
     return Bytes(file_).subspan(section->fileOffset + offset, section->fileSize - offset);
 }
 
-std::uint32_t PeImage::pointerAt(std::uint32_t address) const {
+std::uint32_t PeFile::pointerAt(std::uint32_t address) const {
     return static_cast<std::uint32_t>(read64(from(address), 0) - base());
 }
 
-std::vector<Import> PeImage::imports() const {
+std::vector<Import> PeFile::imports() const {
     std::vector<Import> found;
     const Range table = directory(Directory::imports);
     for (std::uint32_t entry = table.address; table.size != 0 && read32(from(entry), 12) != 0; entry += 20) {
         const std::string module = readText(from(read32(from(entry), 12)), 0);
-        for (std::uint32_t name = read32(from(entry), 0); read64(from(name), 0) != 0; name += 8) {
+        std::uint32_t slot = read32(from(entry), 16);
+        for (std::uint32_t name = read32(from(entry), 0); read64(from(name), 0) != 0; name += 8, slot += 8) {
             const std::uint64_t hint = read64(from(name), 0);
             const bool byOrdinal = (hint >> 32 & ordinalBit) != 0;
-            found.push_back({module, byOrdinal ? "#" + std::to_string(hint & 0xFFFF)
-                                               : readText(from(static_cast<std::uint32_t>(hint)), 2)});
+            found.push_back(
+                {module,
+                 byOrdinal ? "#" + std::to_string(hint & 0xFFFF) : readText(from(static_cast<std::uint32_t>(hint)), 2),
+                 slot});
         }
     }
     return found;
 }
 
-std::vector<std::pair<std::uint32_t, int>> PeImage::relocations() const {
+std::vector<std::pair<std::uint32_t, int>> PeFile::relocations() const {
     std::vector<std::pair<std::uint32_t, int>> found;
     const Range table = directory(Directory::relocations);
     for (std::uint32_t offset = 0; offset < table.size;) {
@@ -205,12 +214,15 @@ std::vector<std::pair<std::uint32_t, int>> PeImage::relocations() const {
                 found.emplace_back(page + (entry & 0xFFF), kind);
             }
         }
+        if (size < 8 || size % 4 != 0) {
+            throw std::out_of_range("a block of corrections has " + std::to_string(size) + " bytes");
+        }
         offset += size;
     }
     return found;
 }
 
-std::vector<Range> PeImage::functions() const {
+std::vector<Range> PeFile::functions() const {
     std::vector<Range> found;
     const Range table = directory(Directory::exceptions);
     for (std::uint32_t offset = 0; offset < table.size; offset += 8) {
@@ -223,7 +235,7 @@ std::vector<Range> PeImage::functions() const {
     return found;
 }
 
-std::optional<CodeView> PeImage::codeView() const {
+std::optional<CodeView> PeFile::codeView() const {
     const Range table = directory(Directory::debug);
     for (std::uint32_t offset = 0; offset < table.size; offset += 28) {
         const Bytes entry = from(table.address + offset);
@@ -244,7 +256,7 @@ std::optional<CodeView> PeImage::codeView() const {
     return std::nullopt;
 }
 
-Bytes PeImage::versionResource() const {
+Bytes PeFile::versionResource() const {
     const Range table = directory(Directory::resources);
     if (table.size == 0) {
         return {};
@@ -269,3 +281,5 @@ Bytes PeImage::versionResource() const {
     }
     return from(read32(resources, node)).first(read32(resources, node + 4));
 }
+
+} // namespace sim::image

@@ -1,4 +1,4 @@
-// A reader of 64-bit Windows images that serves the image tests: bounds-checked and without the system's headers.
+// A reader of 64-bit Windows images: bounds-checked and without the system's headers.
 #pragma once
 
 #include <array>
@@ -10,6 +10,8 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+namespace sim::image {
 
 using Bytes = std::span<const std::uint8_t>;
 
@@ -60,6 +62,7 @@ struct Section {
 struct Import {
     std::string module;
     std::string routine;
+    std::uint32_t slot = 0; ///< where the loader puts its address
 };
 
 struct CodeView {
@@ -68,10 +71,10 @@ struct CodeView {
 };
 
 /// One image, read whole. Addresses are relative to the image's base unless a name says "absolute".
-class PeImage {
+class PeFile {
   public:
     /// Throws std::runtime_error or std::out_of_range when the file is no 64-bit image.
-    explicit PeImage(const std::filesystem::path &path);
+    explicit PeFile(const std::filesystem::path &path);
 
     std::size_t size() const { return file_.size(); }
     Bytes file() const { return file_; }
@@ -79,6 +82,7 @@ class PeImage {
     std::uint16_t machine() const;
     std::uint64_t base() const;
     std::uint32_t entryPoint() const;
+    std::uint32_t sizeInMemory() const;
     std::pair<int, int> operatingSystemVersion() const;
     std::pair<int, int> imageVersion() const;
     std::pair<int, int> subsystemVersion() const;
@@ -115,3 +119,5 @@ class PeImage {
     std::size_t header_ = 0;
     std::vector<Section> sections_;
 };
+
+} // namespace sim::image
