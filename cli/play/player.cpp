@@ -3,6 +3,7 @@
 #include "../../simulator/framework/framework.h"
 #include "../../simulator/kernel/strings.h"
 #include "../../simulator/machine/machine.h"
+#include "../reg/registry_listing.h"
 #include "../text/display.h"
 #include "disk_steps.h"
 #include "expectation_check.h"
@@ -16,6 +17,7 @@
 
 #include <fmt/format.h>
 
+#include <fstream>
 #include <set>
 #include <stdexcept>
 
@@ -49,6 +51,7 @@ class Playback {
             perform(step, ++number);
         }
         finish();
+        keepRegistry();
         result_.expectations = check_->count() + diskExpectations_;
         result_.driverCalls = machine_.kernel().faults.callsSeen(sim::FaultThread::driver);
         result_.workerCalls = machine_.kernel().faults.callsSeen(sim::FaultThread::worker);
@@ -225,6 +228,13 @@ class Playback {
         endStep();
         addLeaks();
         result_.steps.push_back(std::move(current_));
+    }
+
+    /// With the files of the machine, when they are kept.
+    void keepRegistry() {
+        if (!options_.keepFiles.empty()) {
+            std::ofstream(machine_.kernel().files.systemRoot() / "registry.reg") << registryListing(machine_.kernel().registry);
+        }
     }
 
     const Scenario &scenario_;

@@ -112,7 +112,7 @@ void readMedium(const YamlNode &node, sim::MediumDescription &medium) {
     }
 }
 
-const std::map<std::string, std::uint32_t> &controlCodes() {
+const std::map<std::string, std::uint32_t> &diskControlCodes() {
     static const std::map<std::string, std::uint32_t> codes{
         {"is-writable", 0x70024},     {"geometry", 0x70000},         {"length", 0x7405C},
         {"check-verify", 0x2D4800},   {"device-number", 0x2D1080},   {"trim", 0x2D9404},
@@ -127,20 +127,20 @@ std::optional<std::uint32_t> parseCode(const YamlNode &node) {
         return number ? std::optional(static_cast<std::uint32_t>(*number)) : std::nullopt;
     }
     std::vector<std::string> names;
-    for (const auto &[name, code] : controlCodes()) {
+    for (const auto &[name, code] : diskControlCodes()) {
         names.push_back(name);
     }
     const auto word = node.word("code", names);
-    const auto known = word ? controlCodes().find(*word) : controlCodes().end();
-    return known == controlCodes().end() ? std::nullopt : std::optional(known->second);
+    const auto known = word ? diskControlCodes().find(*word) : diskControlCodes().end();
+    return known == diskControlCodes().end() ? std::nullopt : std::optional(known->second);
 }
 
 void readControlAnswers(const YamlNode &node, sim::DiskDescription &disk) {
     MapReader(node, "control-answers");
     for (const YamlEntry &entry : node.entries()) {
-        const auto named = controlCodes().find(entry.name);
+        const auto named = diskControlCodes().find(entry.name);
         const auto code =
-            named != controlCodes().end() ? std::optional<std::uint64_t>(named->second) : parseNumber(entry.name);
+            named != diskControlCodes().end() ? std::optional<std::uint64_t>(named->second) : parseNumber(entry.name);
         if (!code || *code > 0xFFFFFFFF) {
             entry.key.problem(fmt::format("'{}' is no control code", entry.name));
             continue;

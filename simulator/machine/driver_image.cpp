@@ -8,9 +8,9 @@ namespace sim {
 namespace {
 
 #if defined(__aarch64__)
-constexpr const char *builtDriver = "../image/TarvenholtMyrtelhavenDriver.sys";
+constexpr bool onArm64 = true;
 #else
-constexpr const char *builtDriver = "TarvenholtMyrtelhavenDriver.so";
+constexpr bool onArm64 = false;
 #endif
 
 } // namespace
@@ -19,6 +19,10 @@ bool isPeImage(const std::filesystem::path &file) {
     char start[2] = {};
     std::ifstream(file, std::ios::binary).read(start, sizeof start);
     return start[0] == 'M' && start[1] == 'Z';
+}
+
+bool runsPeImages() {
+    return onArm64;
 }
 
 std::unique_ptr<DriverImage> openDriver(const std::filesystem::path &file) {
@@ -30,7 +34,8 @@ std::filesystem::path defaultDriver() {
         return named;
     }
     const std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-    return (folder / builtDriver).lexically_normal();
+    return (folder / (onArm64 ? "../image/TarvenholtMyrtelhavenDriver.sys" : "TarvenholtMyrtelhavenDriver.so"))
+        .lexically_normal();
 }
 
 } // namespace sim

@@ -29,6 +29,8 @@ std::unique_ptr<DriverImage> openNativeImage(const std::filesystem::path &module
 std::unique_ptr<DriverImage> openPeImage(const std::filesystem::path &file);
 /// Whether a file begins as Windows images do.
 bool isPeImage(const std::filesystem::path &file);
+/// Whether this program runs on the processor that images are for.
+bool runsPeImages();
 
 /// The driver named by the environment variable MYRTELHAVEN_DRIVER, otherwise the one built beside this program: the
 /// image for a program on ARM64, the native module for any other.

@@ -4,6 +4,7 @@
 #include "cli/play_command.h"
 #include "cli/scenario/problem.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -208,6 +209,21 @@ TEST_F(Command, keepsFilesOnRequest) {
     const std::string file = write("s.yaml", "clock: 2024-03-07 9:05:01\npolicy: {LogLevel: 4}\nsteps: [load]\n");
     EXPECT_EQ(run({"play", "--keep-files", (folder / "kept").string(), file}).status, 0);
     EXPECT_TRUE(fs::exists(folder / "kept/s/Temp/com.tarvenholt.myrtelhaven-driver-1709802301.log"));
+    std::ostringstream registry;
+    registry << std::ifstream(folder / "kept/s/registry.reg").rdbuf();
+    EXPECT_THAT(registry.str(), testing::AllOf(testing::StartsWith("Windows Registry Editor Version 5.00\n"),
+                                               testing::HasSubstr("\"LogLevel\"=hex(4):04,00,00,00\n")));
+}
+
+TEST_F(Command, anImageMustBeOneThatCanRunHere) {
+    const std::string file = write("s.yaml", good);
+    const Outcome missing = run({"play", "--image", (folder / "none.sys").string(), file});
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_THAT(missing.err, testing::HasSubstr("there is no file " + (folder / "none.sys").string()));
+    const Outcome text = run({"play", "--image", file, file});
+    EXPECT_EQ(text.status, 2);
+    EXPECT_THAT(text.err, testing::HasSubstr(file + " is no Windows image"));
+    EXPECT_EQ(run({"play", "--image", write("cut.sys", "MZ"), file}).status, 2);
 }
 
 TEST_F(Command, whatTheMachineRefusesIsAnUnusableFile) {
