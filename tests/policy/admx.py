@@ -55,7 +55,7 @@ def policies(template):
 
 def choices(element):
     """The choices of an enumeration: the id of each text, and its number."""
-    return {referenced(item.get("displayName"), "string"): int(item.find(f"{name('value')}/{name('decimal')}").get("value"))
+    return {referenced(item.get("displayName"), "string"): int(item.find(f".//{name('decimal')}").get("value"))
             for item in element.node.iter(name("item"))}
 
 

@@ -54,7 +54,7 @@ class RealMachineDocument(unittest.TestCase):
 
     def test_the_settings_of_the_template_are_counted_right(self):
         template = admx.read(admx.TEMPLATE)
-        numbers = ["no", "one", "two", "three", "four", "five", "six", "seven", "eight", "nine", "ten", "eleven", "twelve"]
+        numbers = "no one two three four five six seven eight nine ten eleven twelve".split()
         settings = numbers[len(admx.policies(template))]
         folders = numbers[len(list(template.iter(admx.name("category"))))]
         self.assertIn(f"{settings} settings in {folders} folders", self.text)

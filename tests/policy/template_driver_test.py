@@ -11,7 +11,7 @@ STICK = {"use": "sandisk-ultra"}
 DOCK = {"use": "thunderbolt-enclosure", "parent": "root"}
 DOCK_DISK = "dock/downstream/controller/disk"
 CARD = {"use": "sd-card", "parent": "root"}
-EVERYTHING = {"stick": STICK, "stick without serial": {"use": "no-serial-stick", "port": 9}, "ssd": {"use": "extreme-ssd"},
+EVERYTHING = {"stick": STICK, "plain stick": {"use": "no-serial-stick", "port": 9}, "ssd": {"use": "extreme-ssd"},
               "phone": {"use": "mtp-phone"}, "camera": {"use": "ptp-camera"}, "reader": {"use": "smart-card-reader"},
               "network": {"use": "rndis-adapter"}, "board": {"use": "fx2-board"}, "keyboard": {"use": "keyboard"},
               "mouse": {"use": "mouse"}, "hub": {"use": "hub"}}
@@ -34,6 +34,11 @@ class Enforced(unittest.TestCase):
 
     def decide(self, devices, **entered):
         return machine.decisions(devices, self.configured(**entered))
+
+    def decide_each(self, devices, *policies):
+        """The same for several policies, each as a map of what was entered."""
+        return map(machine.decisions_of,
+                   machine.play_all([({"devices": devices}, self.configured(**entered)) for entered in policies]))
 
     def decision(self, device, **entered):
         return self.decide({"device": device}, **entered)["device"]["decision"]
@@ -59,8 +64,8 @@ class Kinds(Enforced):
         self.assertFalse(built_in["mouse"] or built_in["keyboard/keys"] or built_in["hub"])
 
     def test_each_suggestion_filters_the_kinds_that_it_names(self):
-        wanted = {"Class_08": {"stick", "stick without serial", "ssd"},
-                  "Class_08 MS_COMP_MTP MS_COMP_PTP Class_06": {"stick", "stick without serial", "ssd", "phone", "camera"},
+        wanted = {"Class_08": {"stick", "plain stick", "ssd"},
+                  "Class_08 MS_COMP_MTP MS_COMP_PTP Class_06": {"stick", "plain stick", "ssd", "phone", "camera"},
                   "None": set()}
         suggestions = [node.text for node in self.presentations["BlockedCompatibleIds"].iter(admx.name("suggestion"))]
         self.assertEqual(set(suggestions), set(wanted) | {project.built_in_list()})
@@ -69,8 +74,10 @@ class Kinds(Enforced):
             self.assertEqual({name for name, is_filtered in filtered.items() if is_filtered}, names, suggestion)
 
     def test_the_examples_block_a_flash_drive(self):
-        for example in self.examples("BlockedCompatibleIds"):
-            self.assertEqual(self.decision(STICK, BlockedCompatibleIds=example), "blocked", example)
+        examples = self.examples("BlockedCompatibleIds")
+        policies = [{"BlockedCompatibleIds": example} for example in examples]
+        for example, found in zip(examples, self.decide_each({"stick": STICK}, *policies)):
+            self.assertEqual(found["stick"]["decision"], "blocked", example)
 
     def test_letter_case_does_not_matter_but_in_patterns(self):
         self.assertEqual(self.decision(STICK, BlockedCompatibleIds="cLASS_08"), "blocked")
@@ -102,16 +109,18 @@ class Lists(Enforced):
     KINDS = "Class_08 MS_COMP_MTP"
 
     def test_each_example_of_allowed_devices_allows(self):
-        for example in self.examples("AllowedHardwareIds"):
-            self.assertEqual(self.decision(STICK, BlockedCompatibleIds=self.KINDS, AllowedHardwareIds=[example]),
-                             "allowed", example)
+        examples = self.examples("AllowedHardwareIds")
+        policies = [{"BlockedCompatibleIds": self.KINDS, "AllowedHardwareIds": [example]} for example in examples]
+        for example, found in zip(examples, self.decide_each({"stick": STICK}, *policies)):
+            self.assertEqual(found["stick"]["decision"], "allowed", example)
 
     def test_each_example_of_read_only_devices_makes_one_read_only(self):
         devices = {"ssd": {"use": "extreme-ssd"}, "phone": {"use": "mtp-phone"}}
         first, second, everything = self.examples("ReadOnlyHardwareIds")
-        for rules, wanted in (([first], ("read-only", "blocked")), ([second], ("blocked", "read-only")),
-                              ([first, second], ("read-only", "read-only")), ([everything], ("read-only", "read-only"))):
-            found = self.decide(devices, BlockedCompatibleIds=self.KINDS, ReadOnlyHardwareIds=rules)
+        outcomes = (([first], ("read-only", "blocked")), ([second], ("blocked", "read-only")),
+                    ([first, second], ("read-only", "read-only")), ([everything], ("read-only", "read-only")))
+        policies = [{"BlockedCompatibleIds": self.KINDS, "ReadOnlyHardwareIds": rules} for rules, _ in outcomes]
+        for (rules, wanted), found in zip(outcomes, self.decide_each(devices, *policies)):
             self.assertEqual((found["ssd"]["decision"], found["phone"]["decision"]), wanted, rules)
 
     def test_one_serial_number_allows_no_other_drive(self):
@@ -138,17 +147,24 @@ class Lists(Enforced):
 
 
 class Texts(Enforced):
+    DEVICES = {"dock": DOCK, "stick": STICK}
+
     def dock(self, **entered):
-        return self.decide({"dock": DOCK, "stick": STICK}, BlockedCompatibleIds="Class_08", **entered)
+        return self.decide(self.DEVICES, BlockedCompatibleIds="Class_08", **entered)
+
+    def dock_each(self, *policies):
+        return self.decide_each(self.DEVICES, *({"BlockedCompatibleIds": "Class_08", **policy} for policy in policies))
 
     def test_each_example_allows_a_thunderbolt_disk(self):
-        for example in self.examples("AllowedHardwareIdsAsText"):
-            found = self.dock(AllowedHardwareIdsAsText=example, ReadOnlyHardwareIdsAsText="None")
+        examples = self.examples("AllowedHardwareIdsAsText")
+        policies = [{"AllowedHardwareIdsAsText": example, "ReadOnlyHardwareIdsAsText": "None"} for example in examples]
+        for example, found in zip(examples, self.dock_each(*policies)):
             self.assertEqual(found[DOCK_DISK]["decision"], "allowed", example)
 
     def test_each_example_makes_a_thunderbolt_disk_read_only(self):
-        for example in self.examples("ReadOnlyHardwareIdsAsText"):
-            found = self.dock(AllowedHardwareIdsAsText="None", ReadOnlyHardwareIdsAsText=example)
+        examples = self.examples("ReadOnlyHardwareIdsAsText")
+        policies = [{"AllowedHardwareIdsAsText": "None", "ReadOnlyHardwareIdsAsText": example} for example in examples]
+        for example, found in zip(examples, self.dock_each(*policies)):
             self.assertEqual((found[DOCK_DISK]["decision"], found[DOCK_DISK]["enforcement"]),
                              ("read-only", "writes-refused"), example)
 
@@ -181,8 +197,9 @@ class Texts(Enforced):
 
 class SdCards(Enforced):
     def test_each_choice_does_what_it_says_for_every_card(self):
-        for choice, wanted in (("Blocked", "blocked"), ("ReadOnly", "read-only"), ("Allowed", "allowed")):
-            found = self.decide({"slot": CARD}, SdCardMode=f"SdCardMode_{choice}")
+        outcomes = {"Blocked": "blocked", "ReadOnly": "read-only", "Allowed": "allowed"}
+        policies = [{"SdCardMode": f"SdCardMode_{choice}"} for choice in outcomes]
+        for wanted, found in zip(outcomes.values(), self.decide_each({"slot": CARD}, *policies)):
             self.assertEqual(found["slot/card/disk"]["decision"], wanted)
 
     def test_taken_away_cards_are_allowed(self):
@@ -203,7 +220,8 @@ class Service(Enforced):
             steps += [{"open": 1234}, {"request": {"code": "IOCTL_WAIT_CALLBACK", "as": "question"}},
                       {"request": {"code": "IOCTL_WAIT_NOTIFICATION", "as": "told"}}]
         steps.append({"plug": "stick"})
-        return steps, self.configured(BlockedCompatibleIds="Class_08", AllowedHardwareIds=["VID_0781&PID_5581"], **entered)
+        rules = {"BlockedCompatibleIds": "Class_08", "AllowedHardwareIds": ["VID_0781&PID_5581"]}
+        return steps, self.configured(**rules, **entered)
 
     def outcome(self, steps, values):
         result = machine.play({"devices": {"stick": STICK}, "steps": steps}, values)
@@ -250,21 +268,21 @@ class Service(Enforced):
 
 
 class Log(Enforced):
-    def levels(self, **entered):
-        """The levels of the lines that are written when things go well, and when they fail."""
+    def levels(self, *policies):
+        """The levels of the lines that are written when things go well, and when they fail, for each policy."""
         devices = {"boot": {"use": "internal-nvme", "parent": "root"}, "stick": STICK}
-        return machine.log_levels(machine.play({"devices": devices}, self.configured(**entered)))
+        results = machine.play_all([({"devices": devices}, self.configured(**entered)) for entered in policies])
+        return [machine.log_levels(result) for result in results]
 
     def test_each_level_holds_the_lines_of_those_above_it(self):
         wanted = {"None": set(), "Fatal": set(), "Errors": {"ERROR"}, "Warnings": {"ERROR"},
                   "Progress": {"ERROR", "INFO"}, "Debug": {"ERROR", "INFO", "DEBUG"}, "All": {"ERROR", "INFO", "DEBUG"}}
         self.assertEqual({f"LogLevel_{choice}" for choice in wanted},
                          set(admx.choices(self.policies["LogLevel"].elements[0])))
-        for choice, levels in wanted.items():
-            self.assertEqual(self.levels(LogLevel=f"LogLevel_{choice}"), levels, choice)
+        self.assertEqual(self.levels(*({"LogLevel": f"LogLevel_{choice}"} for choice in wanted)), list(wanted.values()))
 
     def test_taken_away_nothing_is_logged(self):
-        self.assertEqual(self.levels(), set())
+        self.assertEqual(self.levels({}), [set()])
 
     def test_the_choices_are_the_levels_of_the_driver(self):
         enumeration = re.search(r"enum class LogLevel[^{]*\{([^}]*)\}", project.source("log/log_level.h")).group(1)
