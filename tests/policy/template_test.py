@@ -72,6 +72,17 @@ class Template(unittest.TestCase):
                 self.assertEqual(len(controls[element.id]), 1, element.id)
                 self.assertIn(controls[element.id][0], admx.CONTROLS[element.kind], element.id)
 
+    def test_controls_have_their_texts_where_the_schema_wants_them(self):
+        for presentation in admx.presentations(self.texts).values():
+            for control in presentation:
+                kind, text = admx.kind(control), (control.text or "").strip()
+                if kind in ("textBox", "comboBox"):
+                    self.assertEqual(admx.kind(control[0]), "label")
+                elif kind == "multiTextBox":
+                    self.assertEqual((text, len(control)), ("", 0))  # a text of its own stands before it
+                else:
+                    self.assertNotEqual(text, "", kind)
+
     def test_what_is_proposed_may_be_entered(self):
         for policy in self.policies:
             for control in admx.presentations(self.texts)[policy.name]:
