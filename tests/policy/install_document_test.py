@@ -64,7 +64,8 @@ class Names(InstallDocument):
         self.assertIn(f'devgen /add /bus ROOT /hardwareid "{wanted}"', self.text)
 
     def test_services_and_files_have_the_name_of_the_driver(self):
-        self.assertEqual(set(re.findall(r"\bTarvenholtMyrtelhaven\w*", self.text)), {NAME, "TarvenholtMyrtelhaven"})
+        named = set(re.findall(r"\bTarvenholtMyrtelhaven\w*", self.text.replace("TarvenholtMyrtelhavenTest.cer", "")))
+        self.assertEqual(named, {NAME, "TarvenholtMyrtelhaven"})
         self.assertEqual(set(re.findall(r"TarvenholtMyrtelhaven\.(\w+)", self.text)), {"admx", "adml"})
         build = (project.root / "CMakeLists.txt").read_text()
         image = re.search(r"add_driver_image\(driver_image NAME (\w+)", build).group(1)
