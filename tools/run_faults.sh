@@ -17,7 +17,7 @@ export TMPDIR="$results"
 play() { # scenario or folder
     local most=100
     case $1 in
-        scenarios/log | scenarios/*.yaml) most=40 ;; # these write megabytes, or have thousands of calls
+        scenarios/log | scenarios/samples | scenarios/*.yaml) most=40 ;; # megabytes are written, or calls are thousands
     esac
     [ "$all" = --all ] && most=0
     "$build/bin/myrtelhaven" faults --at-most "$most" "$1" >"$results/$(basename "$1").txt"
