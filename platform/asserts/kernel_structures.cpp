@@ -1,6 +1,7 @@
 // Layouts of the kernel's other structures.
 #include "check.h"
 #include <ntifs.h>
+
 #include <ntimage.h>
 
 CHECK_SIZE(UNICODE_STRING, 0x10);
@@ -207,6 +208,9 @@ CHECK_FIELD(IMAGE_LOAD_CONFIG_DIRECTORY64, 0x70, 8, GuardCFCheckFunctionPointer)
 CHECK_FIELD(IMAGE_LOAD_CONFIG_DIRECTORY64, 0x78, 8, GuardCFDispatchFunctionPointer);
 CHECK_FIELD(IMAGE_LOAD_CONFIG_DIRECTORY64, 0x90, 4, GuardFlags);
 
-static_assert(alignof(ERESOURCE) == 8 && alignof(FAST_MUTEX) == 8 && alignof(KEVENT) == 8);
-static_assert(alignof(SECURITY_DESCRIPTOR_RELATIVE) == 4);
-static_assert(alignof(DEVICE_CAPABILITIES) == 4 && alignof(FILE_NAMES_INFORMATION) == 4);
+CHECK(alignof(ERESOURCE) == 8);
+CHECK(alignof(FAST_MUTEX) == 8);
+CHECK(alignof(KEVENT) == 8);
+CHECK(alignof(SECURITY_DESCRIPTOR_RELATIVE) == 4);
+CHECK(alignof(DEVICE_CAPABILITIES) == 4);
+CHECK(alignof(FILE_NAMES_INFORMATION) == 4);
