@@ -56,46 +56,27 @@ def kit(folders):
 # The SDK serves programs, not drivers: what it declares is gathered under the names that the facts include.
 sdk_kernel = """#pragma once
 #define WIN32_NO_STATUS
-#include <windows.h>
+#include <windef.h>
 #undef WIN32_NO_STATUS
 #include <ntstatus.h>
 #include <winternl.h>
-#include <winioctl.h>
+#include <devioctl.h>
 #include <devpropdef.h>
 #include <ntddstor.h>
 """
-# The compiler's own headers come with no package: the few words of theirs that the SDK uses.
-vcruntime = """#pragma once
+# The C library's headers belong to a compiler and come with no package: the few words of theirs that the SDK uses.
+c_string = """#pragma once
 #include <stddef.h>
-#include <stdarg.h>
-#define _CRT_BEGIN_C_HEADER extern "C" {
-#define _CRT_END_C_HEADER }
-#define _VCRTIMP
-#define _HAS_CXX17 1
-#define _HAS_NODISCARD 1
-#define _CRT_SECURE_NO_WARNINGS
-#define _CRTIMP
-#define _CONST_RETURN const
-#define _CRT_DEPRECATE_TEXT(text)
-#define _VCRT_ALLOCATOR
-#define _CRT_UNUSED(x) (void)(x)
-"""
-vcruntime_string = """#pragma once
-#include <vcruntime.h>
 extern "C" {
-const void *memchr(const void *, int, size_t);
 int memcmp(const void *, const void *, size_t);
 void *memcpy(void *, const void *, size_t);
 void *memmove(void *, const void *, size_t);
 void *memset(void *, int, size_t);
-const char *strchr(const char *, int);
-const char *strrchr(const char *, int);
-const char *strstr(const char *, const char *);
-const wchar_t *wcschr(const wchar_t *, wchar_t);
-const wchar_t *wcsrchr(const wchar_t *, wchar_t);
-const wchar_t *wcsstr(const wchar_t *, const wchar_t *);
+int _wcsicmp(const wchar_t *, const wchar_t *);
 }
 """
+c_excpt = "#pragma once\ntypedef int EXCEPTION_DISPOSITION;\n"
+c_setjmp = "#pragma once\ntypedef int jmp_buf[1];\n"
 package = "Microsoft.Windows.SDK.CPP"
 package_version = "10.0.26100.9457"
 project = f"""<Project Sdk="Microsoft.NET.Sdk">
@@ -119,7 +100,7 @@ def sdk(scratch):
         if fetched.returncode:
             raise Missing(f"dotnet could not fetch {package}:\n{fetched.stdout}{fetched.stderr}")
     version = next(headers.iterdir())
-    stand_ins = {"vcruntime.h": vcruntime, "vcruntime_string.h": vcruntime_string, "wdf.h": "", "wdf/bind.h": "", "ntimage.h": "", "excpt.h": "",
-                 "ntifs.h": sdk_kernel}
-    return Folders([version / "um", version / "shared", version / "ucrt"], stand_ins,
+    empty = dict.fromkeys(["wdf.h", "wdf/bind.h", "ntimage.h", "ctype.h"], "")
+    stand_ins = {**empty, "string.h": c_string, "excpt.h": c_excpt, "setjmp.h": c_setjmp, "ntifs.h": sdk_kernel}
+    return Folders([version / "um", version / "shared"], stand_ins,
                    ["-D_WIN64", "-D_WIN32_WINNT=0x0A00", "-DNTDDI_VERSION=0x0A000008"])

@@ -189,7 +189,7 @@ CHECK_VALUE(BusTypeSpaces, 0x10);
 CHECK_VALUE(BusTypeNvme, 0x11);
 CHECK_VALUE(BusTypeSCM, 0x12);
 CHECK_VALUE(BusTypeUfs, 0x13);
-CHECK_VALUE(BusTypeMax, 0x14);
+CHECK_VALUE(BusTypeMaxReserved, 0x7F);
 CHECK_VALUE(StorageDeviceProperty, 0);
 CHECK_VALUE(StorageAdapterProperty, 1);
 CHECK_VALUE(PropertyStandardQuery, 0);

@@ -28,7 +28,6 @@ typedef enum _STORAGE_BUS_TYPE {
     BusTypeNvme,
     BusTypeSCM,
     BusTypeUfs,
-    BusTypeMax,
     BusTypeMaxReserved = 0x7F
 } STORAGE_BUS_TYPE,
     *PSTORAGE_BUS_TYPE;
