@@ -1,6 +1,8 @@
 // Control codes that storage class drivers answer, and their buffers (learn.microsoft.com: "ntddstor.h header").
 #pragma once
 
+#include <nt/after_kernel.h>
+
 #include <wdm.h>
 
 #define IOCTL_STORAGE_BASE FILE_DEVICE_MASS_STORAGE
