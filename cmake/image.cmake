@@ -2,12 +2,13 @@
 #
 #   include(image)
 #   add_driver_image(driver_image NAME TarvenholtMyrtelhavenDriver
-#                    [DIRECTORY folder] [VERSION 1.2.3] [SOURCES a.cpp…] [INCLUDES folder…])
+#                    [DIRECTORY folder] [VERSION 1.2.3] [SOURCES a.cpp…] [INCLUDES folder…] [UNPROVEN])
 #
 # makes NAME.sys and NAME.pdb in DIRECTORY (default: <binary dir>/image) out of SOURCES (default: every .cpp below src)
 # and the entry stub. The target driver_image has the properties DRIVER_IMAGE, DRIVER_IMAGE_PDB and
-# DRIVER_IMAGE_MAP (the addresses of its functions, for tests).
-# Every object is a command of its own in the one build graph: parallel, incremental, with header dependencies.
+# DRIVER_IMAGE_MAP (the addresses of its functions, for tests). UNPROVEN leaves the proofs of platform/asserts out.
+# With MYRTELHAVEN_KIT, headers, import libraries and entry stub are those of the official kit (cmake/kit.cmake), else those
+# of platform/. Every object is a command of its own in the one build graph: parallel, incremental, with header dependencies.
 #
 # The bytes depend on the sources and tools alone, not on the folders. Therefore the tools see relative names only: a
 # link in the binary directory, IMAGE_LINK, leads to the sources.
@@ -21,6 +22,16 @@ find_program(IMAGE_RESOURCE_COMPILER NAMES llvm-rc-${IMAGE_TOOL_VERSION} REQUIRE
 get_filename_component(IMAGE_ROOT "${CMAKE_CURRENT_LIST_DIR}/.." ABSOLUTE)
 set(IMAGE_PLATFORM "${IMAGE_ROOT}/platform")
 set(IMAGE_LINK image-sources)
+
+# Where the kit's headers come from, and what of the image the driver's own sources don't give.
+if(MYRTELHAVEN_KIT)
+    include(kit)
+    set(IMAGE_ENTRY)
+else()
+    set(IMAGE_HEADER_OPTIONS -isystem "${IMAGE_LINK}/platform/include")
+    set(IMAGE_ENTRY "${IMAGE_PLATFORM}/entry/framework_entry.cpp" "${IMAGE_PLATFORM}/entry/security_cookie.cpp"
+                    "${IMAGE_PLATFORM}/entry/load_config.S")
+endif()
 
 set(IMAGE_TARGET_OPTIONS --target=aarch64-pc-windows-msvc)
 set(IMAGE_COMPILE_OPTIONS
@@ -66,7 +77,7 @@ function(image_compile source folder name)
     file(MAKE_DIRECTORY "${object_folder}")
     add_custom_command(
         OUTPUT "${object}"
-        COMMAND "${IMAGE_CXX_COMPILER}" ${options} -isystem "${IMAGE_LINK}/platform/include"
+        COMMAND "${IMAGE_CXX_COMPILER}" ${options} ${IMAGE_HEADER_OPTIONS}
                 -MD -MF "${object}.d" -MT "${object}" -c "${shown}" -o "${object}"
         DEPENDS "${source}"
         DEPFILE "${object}.d"
@@ -83,6 +94,34 @@ function(image_import_library definition library)
         DEPENDS "${definition}"
         COMMENT "Making the import library of ${definition}"
         VERBATIM)
+endfunction()
+
+# The names of the import libraries that platform/ defines, and of objects that prove its layouts and values for this
+# target; there is nothing to link in the latter.
+function(image_platform_libraries work libraries proofs)
+    foreach(module IN ITEMS ntoskrnl wdfldr)
+        image_import_library("${IMAGE_PLATFORM}/imports/${module}.def" "${work}/${module}.lib")
+        list(APPEND made "objects/${module}.lib")
+    endforeach()
+    file(GLOB assertions CONFIGURE_DEPENDS "${IMAGE_PLATFORM}/asserts/*.cpp")
+    foreach(source IN LISTS assertions)
+        get_filename_component(name "${source}" NAME)
+        image_compile("${source}" "${work}" "platform/asserts/${name}")
+        list(APPEND proving "${work}/platform/asserts/${name}.obj")
+    endforeach()
+    set(${libraries} "${made}" PARENT_SCOPE)
+    set(${proofs} "${proving}" PARENT_SCOPE)
+endfunction()
+
+# The names of the kit's libraries: links beside the objects, since the PDB keeps the linker's command line.
+function(image_kit_libraries work libraries)
+    foreach(library IN LISTS IMAGE_KIT_LIBRARIES)
+        get_filename_component(name "${library}" NAME)
+        file(MAKE_DIRECTORY "${work}")
+        file(CREATE_LINK "${library}" "${work}/${name}" SYMBOLIC)
+        list(APPEND linked "objects/${name}")
+    endforeach()
+    set(${libraries} "${linked}" PARENT_SCOPE)
 endfunction()
 
 # Compiled version resource `output` for `version`, which has one to four numbers.
@@ -107,7 +146,7 @@ function(image_resource source output version)
 endfunction()
 
 function(add_driver_image target)
-    cmake_parse_arguments(ARG "" "NAME;DIRECTORY;VERSION" "SOURCES;INCLUDES" ${ARGN})
+    cmake_parse_arguments(ARG "UNPROVEN" "NAME;DIRECTORY;VERSION" "SOURCES;INCLUDES" ${ARGN})
     if(NOT ARG_DIRECTORY)
         set(ARG_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/image")
     endif()
@@ -124,10 +163,8 @@ function(add_driver_image target)
     set(map "${ARG_DIRECTORY}/${ARG_NAME}.map")
 
     file(CREATE_LINK "${IMAGE_ROOT}" "${CMAKE_CURRENT_BINARY_DIR}/${IMAGE_LINK}" SYMBOLIC)
-    set(entry "${IMAGE_PLATFORM}/entry/framework_entry.cpp" "${IMAGE_PLATFORM}/entry/security_cookie.cpp"
-              "${IMAGE_PLATFORM}/entry/load_config.S")
     set(objects)
-    foreach(source IN LISTS ARG_SOURCES entry)
+    foreach(source IN LISTS ARG_SOURCES IMAGE_ENTRY)
         get_filename_component(source "${source}" ABSOLUTE BASE_DIR "${CMAKE_CURRENT_SOURCE_DIR}")
         file(RELATIVE_PATH name "${IMAGE_ROOT}" "${source}")
         string(REPLACE "../" "" name "${name}")
@@ -135,20 +172,20 @@ function(add_driver_image target)
         list(APPEND objects "objects/${name}.obj")
     endforeach()
 
-    # The layouts and values that the image relies on, proved by the compiler for this target too; nothing to link.
-    file(GLOB assertions CONFIGURE_DEPENDS "${IMAGE_PLATFORM}/asserts/*.cpp")
-    set(proofs)
-    foreach(source IN LISTS assertions)
-        get_filename_component(name "${source}" NAME)
-        image_compile("${source}" "${work}" "platform/asserts/${name}")
-        list(APPEND proofs "${work}/platform/asserts/${name}.obj")
-    endforeach()
+    list(TRANSFORM objects PREPEND "${ARG_DIRECTORY}/" OUTPUT_VARIABLE object_files)
+    add_custom_target(${target}_objects DEPENDS ${object_files})
+    if(MYRTELHAVEN_KIT_COMPILE_ONLY)
+        return()
+    endif()
 
-    set(libraries)
-    foreach(module IN ITEMS ntoskrnl wdfldr)
-        image_import_library("${IMAGE_PLATFORM}/imports/${module}.def" "${work}/${module}.lib")
-        list(APPEND libraries "objects/${module}.lib")
-    endforeach()
+    if(MYRTELHAVEN_KIT)
+        image_kit_libraries("${work}" libraries)
+    else()
+        image_platform_libraries("${work}" libraries proofs)
+    endif()
+    if(ARG_UNPROVEN)
+        set(proofs)
+    endif()
     image_resource("${IMAGE_PLATFORM}/resource/driver.rc" "${work}/driver.res" "${ARG_VERSION}")
 
     string(REGEX MATCH "^[0-9]+\\.[0-9]+" link_version "${ARG_VERSION}")

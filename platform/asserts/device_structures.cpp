@@ -1,5 +1,7 @@
 // Layouts of what USB hubs and storage drivers answer with.
 #include "check.h"
+#include <ntifs.h>
+
 #include <ntdddisk.h>
 #include <usbioctl.h>
 
@@ -78,5 +80,6 @@ CHECK_SIZE(USB_CYCLE_PORT_PARAMS, 0x8);
 CHECK_FIELD(USB_CYCLE_PORT_PARAMS, 0, 4, ConnectionIndex);
 CHECK_FIELD(USB_CYCLE_PORT_PARAMS, 0x4, 4, StatusReturned);
 
-static_assert(alignof(USB_NODE_CONNECTION_INFORMATION) == 1 && alignof(USB_DESCRIPTOR_REQUEST) == 1);
-static_assert(alignof(STORAGE_DEVICE_DESCRIPTOR) == 4);
+CHECK(alignof(USB_NODE_CONNECTION_INFORMATION) == 1);
+CHECK(alignof(USB_DESCRIPTOR_REQUEST) == 1);
+CHECK(alignof(STORAGE_DEVICE_DESCRIPTOR) == 4);

@@ -1,6 +1,9 @@
 // Layouts of the framework's structures, as version 1.15 has them.
 #include "check.h"
+#include <ntifs.h>
+
 #include <wdf.h>
+
 #include <wdf/bind.h>
 
 CHECK_SIZE(WDF_DRIVER_CONFIG, 0x20);

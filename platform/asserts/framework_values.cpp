@@ -1,5 +1,7 @@
 // Values of the framework's enumerations.
 #include "check.h"
+#include <ntifs.h>
+
 #include <wdf.h>
 
 CHECK_VALUE(WdfFalse, 0);

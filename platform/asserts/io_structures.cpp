@@ -144,5 +144,6 @@ CHECK_FIELD(IO_STACK_LOCATION, 0x38, 8, CompletionRoutine);
 CHECK_FIELD(IO_STACK_LOCATION, 0x40, 8, Context);
 
 // A device or an IRP begins at a multiple of 16.
-static_assert(alignof(DEVICE_OBJECT) == 16 && alignof(IRP) == 16);
+CHECK(alignof(DEVICE_OBJECT) == 16);
+CHECK(alignof(IRP) == 16);
 CHECK_SIZE(KDEVICE_QUEUE, 0x28);

@@ -1,7 +1,8 @@
 // Signatures of the kernel routines and types of the data exports.
 #include "check.h"
-#include <excpt.h>
 #include <ntifs.h>
+
+#include <excpt.h>
 
 CHECK_TYPE(&ExAllocatePool2, PVOID (*)(POOL_FLAGS, SIZE_T, ULONG));
 CHECK_TYPE(&ExFreePoolWithTag, VOID (*)(PVOID, ULONG));
@@ -124,7 +125,7 @@ CHECK_SAME(DRIVER_INITIALIZE, NTSTATUS(PDRIVER_OBJECT, PUNICODE_STRING));
 CHECK_SAME(DRIVER_DISPATCH, NTSTATUS(PDEVICE_OBJECT, PIRP));
 CHECK_SAME(DRIVER_UNLOAD, VOID(PDRIVER_OBJECT));
 CHECK_SAME(DRIVER_ADD_DEVICE, NTSTATUS(PDRIVER_OBJECT, PDEVICE_OBJECT));
-CHECK_SAME(IO_APC_ROUTINE, VOID(PVOID, PIO_STATUS_BLOCK, ULONG));
+CHECK_SAME(PIO_APC_ROUTINE, VOID (*)(PVOID, PIO_STATUS_BLOCK, ULONG));
 
 // Elsewhere these come from the C library, with its own exception specifications.
 #ifdef _WIN32

@@ -1,6 +1,7 @@
 // Layouts of the kernel's other structures.
 #include "check.h"
 #include <ntifs.h>
+
 #include <ntimage.h>
 
 CHECK_SIZE(UNICODE_STRING, 0x10);
@@ -199,14 +200,26 @@ CHECK_FIELD(MDL, 0x20, 8, StartVa);
 CHECK_FIELD(MDL, 0x28, 4, ByteCount);
 CHECK_FIELD(MDL, 0x2C, 4, ByteOffset);
 
-CHECK_SIZE(IMAGE_LOAD_CONFIG_DIRECTORY64, 0x140);
 CHECK_FIELD(IMAGE_LOAD_CONFIG_DIRECTORY64, 0, 4, Size);
 CHECK_FIELD(IMAGE_LOAD_CONFIG_DIRECTORY64, 0x4E, 2, DependentLoadFlags);
 CHECK_FIELD(IMAGE_LOAD_CONFIG_DIRECTORY64, 0x58, 8, SecurityCookie);
 CHECK_FIELD(IMAGE_LOAD_CONFIG_DIRECTORY64, 0x70, 8, GuardCFCheckFunctionPointer);
 CHECK_FIELD(IMAGE_LOAD_CONFIG_DIRECTORY64, 0x78, 8, GuardCFDispatchFunctionPointer);
+CHECK_FIELD(IMAGE_LOAD_CONFIG_DIRECTORY64, 0x80, 8, GuardCFFunctionTable);
+CHECK_FIELD(IMAGE_LOAD_CONFIG_DIRECTORY64, 0x88, 8, GuardCFFunctionCount);
 CHECK_FIELD(IMAGE_LOAD_CONFIG_DIRECTORY64, 0x90, 4, GuardFlags);
+CHECK_FIELD(IMAGE_LOAD_CONFIG_DIRECTORY64, 0xA0, 8, GuardAddressTakenIatEntryTable);
+CHECK_FIELD(IMAGE_LOAD_CONFIG_DIRECTORY64, 0xA8, 8, GuardAddressTakenIatEntryCount);
+CHECK_FIELD(IMAGE_LOAD_CONFIG_DIRECTORY64, 0xB0, 8, GuardLongJumpTargetTable);
+CHECK_FIELD(IMAGE_LOAD_CONFIG_DIRECTORY64, 0xB8, 8, GuardLongJumpTargetCount);
+CHECK_FIELD(IMAGE_LOAD_CONFIG_DIRECTORY64, 0x108, 8, GuardEHContinuationTable);
+CHECK_FIELD(IMAGE_LOAD_CONFIG_DIRECTORY64, 0x110, 8, GuardEHContinuationCount);
+// The last member of the size that the image states; later systems know more.
+CHECK_FIELD(IMAGE_LOAD_CONFIG_DIRECTORY64, 0x138, 8, GuardMemcpyFunctionPointer);
 
-static_assert(alignof(ERESOURCE) == 8 && alignof(FAST_MUTEX) == 8 && alignof(KEVENT) == 8);
-static_assert(alignof(SECURITY_DESCRIPTOR_RELATIVE) == 4);
-static_assert(alignof(DEVICE_CAPABILITIES) == 4 && alignof(FILE_NAMES_INFORMATION) == 4);
+CHECK(alignof(ERESOURCE) == 8);
+CHECK(alignof(FAST_MUTEX) == 8);
+CHECK(alignof(KEVENT) == 8);
+CHECK(alignof(SECURITY_DESCRIPTOR_RELATIVE) == 4);
+CHECK(alignof(DEVICE_CAPABILITIES) == 4);
+CHECK(alignof(FILE_NAMES_INFORMATION) == 4);

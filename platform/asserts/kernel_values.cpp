@@ -1,7 +1,8 @@
 // Values of the kernel's constants and enumerations.
 #include "check.h"
-#include <ntdddisk.h>
 #include <ntifs.h>
+
+#include <ntdddisk.h>
 #include <usbioctl.h>
 
 // Control codes, device types, methods, access
@@ -62,7 +63,9 @@ CHECK_VALUE(POOL_FLAG_RAISE_ON_FAILURE, 0x20);
 CHECK_VALUE(POOL_FLAG_NON_PAGED, 0x40);
 CHECK_VALUE(POOL_FLAG_NON_PAGED_EXECUTE, 0x80);
 CHECK_VALUE(POOL_FLAG_PAGED, 0x100);
+#ifndef _M_X64 // there the name keeps its old meaning, executable memory
 CHECK_VALUE(NonPagedPool, 0x200);
+#endif
 CHECK_VALUE(NonPagedPoolNx, 0x200);
 CHECK_VALUE(PagedPool, 1);
 CHECK_VALUE(NonPagedPoolExecute, 0);
@@ -186,7 +189,7 @@ CHECK_VALUE(BusTypeSpaces, 0x10);
 CHECK_VALUE(BusTypeNvme, 0x11);
 CHECK_VALUE(BusTypeSCM, 0x12);
 CHECK_VALUE(BusTypeUfs, 0x13);
-CHECK_VALUE(BusTypeMax, 0x14);
+CHECK_VALUE(BusTypeMaxReserved, 0x7F);
 CHECK_VALUE(StorageDeviceProperty, 0);
 CHECK_VALUE(StorageAdapterProperty, 1);
 CHECK_VALUE(PropertyStandardQuery, 0);

@@ -2,6 +2,8 @@
 #include <initguid.h>
 
 #include "check.h"
+#include <ntifs.h>
+
 #include <devpkey.h>
 #include <usbioctl.h>
 
@@ -25,8 +27,8 @@ constexpr bool isGuid(const GUID &guid, const char *text) {
     return equal;
 }
 
-#define CHECK_GUID(name, text) static_assert(isGuid(name, text))
-#define CHECK_KEY(name, text, id) static_assert(isGuid(name.fmtid, text) && name.pid == (id))
+#define CHECK_GUID(name, text) CHECK(isGuid(name, text))
+#define CHECK_KEY(name, text, id) CHECK(isGuid(name.fmtid, text) && name.pid == (id))
 
 CHECK_KEY(DEVPKEY_Device_DeviceDesc, "a45c254e-df1c-4efd-8020-67d146a850e0", 2);
 CHECK_KEY(DEVPKEY_Device_HardwareIds, "a45c254e-df1c-4efd-8020-67d146a850e0", 3);

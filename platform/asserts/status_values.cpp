@@ -1,6 +1,8 @@
 // Values of the status codes.
 #include "check.h"
-#include <ntdef.h>
+#include <ntifs.h>
+
+#include <wdf.h>
 
 CHECK_VALUE(STATUS_SUCCESS, 0);
 CHECK_VALUE(STATUS_PENDING, 0x103);

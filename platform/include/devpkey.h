@@ -1,6 +1,8 @@
 // Device property keys (learn.microsoft.com: "DEVPKEY_Device_DeviceDesc" and its neighbours).
 #pragma once
 
+#include <nt/after_kernel.h>
+
 #include <devpropdef.h>
 
 // clang-format off

@@ -1,6 +1,8 @@
 // Control codes that storage class drivers answer, and their buffers (learn.microsoft.com: "ntddstor.h header").
 #pragma once
 
+#include <nt/after_kernel.h>
+
 #include <wdm.h>
 
 #define IOCTL_STORAGE_BASE FILE_DEVICE_MASS_STORAGE
@@ -28,7 +30,6 @@ typedef enum _STORAGE_BUS_TYPE {
     BusTypeNvme,
     BusTypeSCM,
     BusTypeUfs,
-    BusTypeMax,
     BusTypeMaxReserved = 0x7F
 } STORAGE_BUS_TYPE,
     *PSTORAGE_BUS_TYPE;

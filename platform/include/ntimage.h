@@ -1,6 +1,8 @@
 // What an image tells the loader about its own hardening.
 #pragma once
 
+#include <nt/after_kernel.h>
+
 #include <ntdef.h>
 
 #define IMAGE_GUARD_CF_INSTRUMENTED 0x00000100

@@ -1,6 +1,8 @@
 // Control-code numbers and device interfaces of the USB drivers.
 #pragma once
 
+#include <nt/after_kernel.h>
+
 #include <wdm.h>
 
 #define USB_GET_NODE_INFORMATION 258

@@ -1,6 +1,8 @@
 // Descriptors of the USB specification, as they travel on the wire.
 #pragma once
 
+#include <nt/after_kernel.h>
+
 #include <ntdef.h>
 
 #define USB_DEVICE_DESCRIPTOR_TYPE 0x01

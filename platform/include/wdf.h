@@ -1,6 +1,8 @@
 // The kernel-mode driver framework, version 1.15.
 #pragma once
 
+#include <nt/after_kernel.h>
+
 #include <wdf/collection.h>
 #include <wdf/device.h>
 #include <wdf/driver.h>

@@ -1,6 +1,8 @@
 // The kernel interfaces that every driver sees.
 #pragma once
 
+#define PLATFORM_KERNEL_TYPES
+
 #include <nt/debug.h>
 #include <nt/device.h>
 #include <nt/fail.h>

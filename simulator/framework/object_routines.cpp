@@ -63,14 +63,14 @@ VOID deleteObject(PWDF_DRIVER_GLOBALS globals, WDFOBJECT handle) {
 }
 
 // learn.microsoft.com: WdfObjectReferenceActual
-VOID referenceObject(PWDF_DRIVER_GLOBALS globals, WDFOBJECT handle, PVOID, LONG, PCCH) {
+VOID referenceObject(PWDF_DRIVER_GLOBALS globals, WDFOBJECT handle, PVOID, LONG, PCHAR) {
     const Call call{"WdfObjectReferenceActual", SIM_CALL_SITE};
     call.client(globals);
     call.anyObject(handle).reference();
 }
 
 // learn.microsoft.com: WdfObjectDereferenceActual
-VOID dereferenceObject(PWDF_DRIVER_GLOBALS globals, WDFOBJECT handle, PVOID, LONG, PCCH) {
+VOID dereferenceObject(PWDF_DRIVER_GLOBALS globals, WDFOBJECT handle, PVOID, LONG, PCHAR) {
     const Call call{"WdfObjectDereferenceActual", SIM_CALL_SITE};
     call.client(globals);
     call.anyObject(handle).dereference(call.routine, call.site);

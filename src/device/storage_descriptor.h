@@ -1,7 +1,8 @@
 #pragma once
 
-#include <ntddstor.h>
 #include <ntifs.h>
+
+#include <ntddstor.h>
 
 #include "support/pool_memory.h"
 

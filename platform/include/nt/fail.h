@@ -20,9 +20,7 @@ extern "C" [[noreturn]] void platformFailFast(unsigned code);
 /// learn.microsoft.com: "__fastfail".
 [[noreturn]] FORCEINLINE VOID RtlFailFast(ULONG code) {
 #if defined(_WIN32)
-    register ULONG codeRegister __asm__("w0") = code;
-    __asm__ volatile("brk #0xf003" : : "r"(codeRegister) : "memory");
-    __builtin_unreachable();
+    __fastfail(code);
 #else
     platformFailFast(code);
 #endif

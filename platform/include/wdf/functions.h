@@ -6,9 +6,6 @@
 
 typedef void (*WDFFUNC)(void);
 
-// Entries in the table of KMDF 1.15, the version this driver binds to.
-#define WDF_FUNCTION_TABLE_NUM_ENTRIES 444
-
 typedef enum _WDFFUNCENUM {
     WdfCollectionCreateTableIndex = 13,
     WdfCollectionGetCountTableIndex = 14,
@@ -149,9 +146,12 @@ typedef enum _WDFFUNCENUM {
     WdfSpinLockAcquireTableIndex = 316,
     WdfSpinLockReleaseTableIndex = 317,
     WdfDeviceInitSetIoTypeExTableIndex = 432,
-    // First offered by KMDF 1.25, beyond the end of the table of 1.15.
-    WdfDriverOpenPersistentStateRegistryKeyTableIndex = 451,
+    // KMDF 1.15, the version this driver binds to.
+    WdfFunctionTableNumEntries = 444,
 } WDFFUNCENUM;
+
+// The name that sources of ours use.
+#define WDF_FUNCTION_TABLE_NUM_ENTRIES WdfFunctionTableNumEntries
 
 #define WdfFunctions WdfFunctions_01015
 

@@ -112,20 +112,20 @@ FORCEINLINE VOID WdfObjectDelete(WDFOBJECT Object) {
 }
 
 typedef VOID(NTAPI *PFN_WDFOBJECTREFERENCEACTUAL)(PWDF_DRIVER_GLOBALS DriverGlobals, WDFOBJECT Handle, PVOID Tag,
-                                                  LONG Line, PCCH File);
-FORCEINLINE VOID WdfObjectReferenceActual(WDFOBJECT Handle, PVOID Tag, LONG Line, PCCH File) {
+                                                  LONG Line, PCHAR File);
+FORCEINLINE VOID WdfObjectReferenceActual(WDFOBJECT Handle, PVOID Tag, LONG Line, PCHAR File) {
     wdfFunction<PFN_WDFOBJECTREFERENCEACTUAL>(WdfObjectReferenceActualTableIndex)(WdfDriverGlobals, Handle, Tag, Line,
                                                                                   File);
 }
 
 typedef VOID(NTAPI *PFN_WDFOBJECTDEREFERENCEACTUAL)(PWDF_DRIVER_GLOBALS DriverGlobals, WDFOBJECT Handle, PVOID Tag,
-                                                    LONG Line, PCCH File);
-FORCEINLINE VOID WdfObjectDereferenceActual(WDFOBJECT Handle, PVOID Tag, LONG Line, PCCH File) {
+                                                    LONG Line, PCHAR File);
+FORCEINLINE VOID WdfObjectDereferenceActual(WDFOBJECT Handle, PVOID Tag, LONG Line, PCHAR File) {
     wdfFunction<PFN_WDFOBJECTDEREFERENCEACTUAL>(WdfObjectDereferenceActualTableIndex)(WdfDriverGlobals, Handle, Tag,
                                                                                       Line, File);
 }
 
-#define WdfObjectReference(handle) WdfObjectReferenceActual(handle, NULL, __LINE__, __FILE__)
-#define WdfObjectReferenceWithTag(handle, tag) WdfObjectReferenceActual(handle, tag, __LINE__, __FILE__)
-#define WdfObjectDereference(handle) WdfObjectDereferenceActual(handle, NULL, __LINE__, __FILE__)
-#define WdfObjectDereferenceWithTag(handle, tag) WdfObjectDereferenceActual(handle, tag, __LINE__, __FILE__)
+#define WdfObjectReference(handle) WdfObjectReferenceActual(handle, NULL, __LINE__, (PCHAR)__FILE__)
+#define WdfObjectReferenceWithTag(handle, tag) WdfObjectReferenceActual(handle, tag, __LINE__, (PCHAR)__FILE__)
+#define WdfObjectDereference(handle) WdfObjectDereferenceActual(handle, NULL, __LINE__, (PCHAR)__FILE__)
+#define WdfObjectDereferenceWithTag(handle, tag) WdfObjectDereferenceActual(handle, tag, __LINE__, (PCHAR)__FILE__)
