@@ -1,0 +1,159 @@
+"""What an installation would use of an INF: models, install sections, and the sections that their directives name."""
+
+import re
+from dataclasses import dataclass, field
+
+# Directives that name sections: in sections of which kind, which values, and of which kind the named sections are.
+FIRST_ON = slice(0, None)
+REFERENCES = {
+    "install": {"copyfiles": (FIRST_ON, "files"), "addreg": (FIRST_ON, "registry"), "delreg": (FIRST_ON, "other"),
+                "delfiles": (FIRST_ON, "other"), "renfiles": (FIRST_ON, "other"), "bitreg": (FIRST_ON, "other"),
+                "addproperty": (FIRST_ON, "other"), "delproperty": (FIRST_ON, "other"),
+                "logconfig": (FIRST_ON, "other"), "profileitems": (FIRST_ON, "other"),
+                "updateinis": (FIRST_ON, "other"), "updateinifields": (FIRST_ON, "other"),
+                "ini2reg": (FIRST_ON, "other"), "registerdlls": (FIRST_ON, "other"),
+                "unregisterdlls": (FIRST_ON, "other")},
+    "hw": {"addreg": (FIRST_ON, "hardware registry"), "delreg": (FIRST_ON, "other"), "bitreg": (FIRST_ON, "other")},
+    "services": {"addservice": (slice(2, 4), "service")},
+    "service": {"addreg": (FIRST_ON, "service registry"), "delreg": (FIRST_ON, "other"),
+                "addtrigger": (FIRST_ON, "other"), "failureactions": (FIRST_ON, "other")},
+    "wdf": {"kmdfservice": (slice(1, 2), "kmdf"), "umdfservice": (slice(1, 2), "umdf")},
+    "filters": {"addfilter": (slice(2, 3), "filter")},
+    "coinstallers": {"addreg": (FIRST_ON, "registry"), "copyfiles": (FIRST_ON, "files")},
+}
+SUFFIXES = ("hw", "services", "wdf", "filters", "coinstallers", "factdef", "logconfigoverride", "interfaces",
+            "components", "software", "com", "events", "wmi")
+# Parts whose directives are not told apart here: what they name counts as used.
+LOOSE = ("interfaces", "components", "software", "com", "events", "wmi", "factdef", "logconfigoverride", "other")
+FIXED = re.compile(r"(version|manufacturer|destinationdirs|controlflags|signatureattributes|strings(\.[0-9a-f]{4})?"
+                   r"|sourcedisks(names|files)(\.\w+)?|defaultinstall(\..*)?|defaultuninstall(\..*)?"
+                   r"|classinstall32(\..*)?|deviceinstall32(\..*)?)")
+DECORATION = re.compile(r"NT(?P<arch>x86|ia64|amd64|arm64|arm)?(\.(?P<major>\d+)(\.(?P<minor>\d*)(\.(?P<product>\w*)"
+                        r"(\.(?P<suite>\w*)(\.(?P<build>\d+))?)?)?)?)?", re.I)
+
+
+def number(text):
+    """The number that `text` states in decimal or hexadecimal form, or None."""
+    return int(text, 0) if re.fullmatch(r"0[xX][0-9a-fA-F]+|[1-9][0-9]*|0", text.strip()) else None
+
+
+@dataclass
+class Model:
+    line: int
+    arch: str
+    version: tuple  # lowest system: major, minor, build
+    install: str
+    ids: list
+
+
+@dataclass
+class Visited:
+    """A section in the part that it plays for an install section."""
+    kind: str
+    section: object
+    model: Model
+
+
+@dataclass
+class Reference:
+    line: int
+    directive: str
+    name: str
+    section: object
+    needed: bool = False
+
+
+@dataclass
+class Package:
+    document: object
+    models: list = field(default_factory=list)
+    models_sections: list = field(default_factory=list)  # (line, name, DECORATION's match or None)
+    installs: dict = field(default_factory=dict)         # install section: its parts by suffix, "" being itself
+    visited: list = field(default_factory=list)
+    references: list = field(default_factory=list)
+
+    def of_kind(self, *kinds):
+        """Sections of these kinds, each once."""
+        seen = {}
+        for visit in self.visited:
+            if visit.kind in kinds:
+                seen.setdefault(id(visit.section), visit.section)
+        return list(seen.values())
+
+    def used(self):
+        return {id(visit.section) for visit in self.visited}
+
+
+def understand(document):
+    package = Package(document)
+    manufacturers = document.section("Manufacturer")
+    for entry in manufacturers.entries if manufacturers else ():
+        name = entry.value() if entry.key is not None else entry.value().strip()
+        for decoration in (entry.values[1:] if entry.key is not None else []) or [""]:
+            section_name = f"{name}.{decoration}" if decoration else name
+            match = DECORATION.fullmatch(decoration) if decoration else None
+            package.models_sections.append((entry.line, section_name, decoration, match))
+            section = document.section(section_name)
+            if section:
+                package.visited.append(Visited("models", section, None))
+                read_models(package, section, match)
+    return package
+
+
+def read_models(package, section, match):
+    arch = (match["arch"] or "" if match else "").lower()
+    version = tuple(int(match[part] or 0) for part in ("major", "minor", "build")) if match else (0, 0, 0)
+    for entry in section.entries:
+        model = Model(entry.line, arch, version, entry.value(), [value for value in entry.values[1:] if value])
+        package.models.append(model)
+        section = install_section(package.document, model)
+        if section and model.install:
+            visit_install(package, section, model)
+
+
+def install_section(document, model):
+    """The most special section for the model's processor."""
+    names = ([f"{model.install}.nt{model.arch}"] if model.arch else []) + [f"{model.install}.nt", model.install]
+    return next(filter(None, map(document.section, names)), None)
+
+
+def visit_install(package, section, model):
+    parts = {"": section}
+    for suffix in SUFFIXES:
+        part = package.document.section(f"{section.name}.{suffix}")
+        if part:
+            parts[suffix] = part
+    package.installs[section.name.lower()] = (section, parts, model)
+    for suffix, part in parts.items():
+        visit(package, suffix or "install", part, model)
+
+
+def visit(package, kind, section, model):
+    if any(v.kind == kind and v.section is section and v.model is model for v in package.visited):
+        return
+    package.visited.append(Visited(kind, section, model))
+    for companion in ("security",):
+        found = package.document.section(f"{section.name}.{companion}")
+        if found and kind in ("files", "registry", "hardware registry", "service registry"):
+            package.visited.append(Visited(f"{kind} security", found, model))
+    for entry in section.entries:
+        if entry.name == "needs" and kind in ("install", *SUFFIXES):
+            for name in filter(None, entry.values):
+                refer(package, entry, name, kind, model, needed=True)
+        elif kind in LOOSE:
+            for name in filter(package.document.section, entry.values):
+                refer(package, entry, name, "other", model)
+        elif entry.name in REFERENCES.get(kind, ()):
+            values, target = REFERENCES[kind][entry.name]
+            for name in entry.values[values]:
+                if name and not name.startswith("@"):
+                    refer(package, entry, name, target, model)
+
+
+def refer(package, entry, name, kind, model, needed=False):
+    section = package.document.section(name)
+    reference = Reference(entry.line, entry.key, name, section, needed)
+    if reference not in package.references:
+        package.references.append(reference)
+    if section:
+        visit(package, kind, section, model)
