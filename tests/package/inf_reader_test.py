@@ -3,6 +3,7 @@
 import pathlib
 import tempfile
 import unittest
+from random import Random
 
 from examples import VALID, examples, expected, text_of
 from inf_check.check import check_file
@@ -41,6 +42,27 @@ class Encoding(unittest.TestCase):
 
     def test_end_of_file_mark_of_old_editors_is_no_text(self):
         self.assertEqual(decode(b"[S]\r\n\x1a"), ("[S]\n", ""))
+
+
+class Damage(unittest.TestCase):
+    def test_damaged_files_are_judged_or_refused_but_never_break_the_checker(self):
+        random, lines = Random(1), [line for path in examples("wrong") for line in text_of(path).split("\n")]
+        refused = 0
+        for _ in range(500):
+            damaged = text_of(VALID).split("\n")
+            for _ in range(random.randint(1, 5)):
+                at = random.randrange(len(damaged))
+                cut = random.randrange(len(damaged[at]) + 1)
+                damaged[at] = random.choice((random.choice(lines), damaged[at][cut:],
+                                             damaged[at][:cut] + random.choice('",=%\\[];@.') + damaged[at][cut:]))
+            with tempfile.NamedTemporaryFile(suffix=".inf") as file:
+                file.write("\n".join(damaged).encode())
+                file.flush()
+                try:
+                    check_file(file.name, "w")
+                except Unreadable:
+                    refused += 1
+        self.assertTrue(0 < refused < 400, refused)
 
 
 class Lines(unittest.TestCase):

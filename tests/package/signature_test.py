@@ -104,12 +104,21 @@ class OwnCertificate(Folder, unittest.TestCase):
     def test_image_is_signed_with_a_pkcs12_file(self):
         self.check_signed("--pkcs12", self.pkcs12)
 
-    def test_key_that_does_not_fit_leaves_the_old_package_alone(self):
-        dist = self.folder / "kept"
+    def test_signing_that_fails_leaves_the_old_package_alone(self):
+        dist, web = self.folder / "kept", self.folder / "web.pem"
+        run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=Web", "-addext",
+            "extendedKeyUsage=serverAuth", "-keyout", self.folder / "web.key", "-out", web)
         self.assertEqual(package("--unsigned", output=dist).returncode, 0)
         before = files_of(dist)
-        ran = package("--certificate", self.certificate, "--key", self.password, output=dist)
-        self.assertEqual(ran.returncode, 1)
-        self.assertIn("package: the image could not be signed; nothing was replaced\n", ran.stderr)
-        self.assertEqual(files_of(dist), before)
-        self.assertEqual([path.name for path in self.folder.glob(".package.*")], [])
+        own = ("--certificate", self.certificate, "--password-file", self.password)
+        for options, reason in (
+                ((*own, "--key", self.password), "Failed to read key"),
+                ((*own, "--key", self.folder / "web.key"), "could not be signed"),
+                (("--certificate", web, "--key", self.folder / "web.key"), "not for signing code")):
+            with self.subTest(options=options):
+                ran = package(*options, output=dist)
+                self.assertEqual((ran.returncode, ran.stdout), (1, ""))
+                self.assertIn(reason, ran.stderr)
+                self.assertTrue(ran.stderr.endswith("package: the image could not be signed; nothing was replaced\n"))
+                self.assertEqual(files_of(dist), before)
+                self.assertEqual([path.name for path in self.folder.glob(".package.*")], [])

@@ -11,6 +11,7 @@ import re
 import subprocess
 import sys
 import time
+import urllib.parse
 
 import inf
 
@@ -64,7 +65,7 @@ def tool_packages(names):
     for name in names:
         version, arch = subprocess.run(["dpkg-query", "-W", "-f", "${Version} ${Architecture}", name], check=True,
                                        capture_output=True, text=True).stdout.split()
-        locator = f"pkg:deb/debian/{name}@{version}?arch={arch}".replace("+", "%2B").replace("~", "%7E")
+        locator = f"pkg:deb/debian/{name}@{urllib.parse.quote(version, safe='')}?arch={arch}"
         yield package_element(name, version, supplier="Organization: Debian", primaryPackagePurpose="APPLICATION",
                               externalRefs=[{"referenceCategory": "PACKAGE-MANAGER", "referenceType": "purl",
                                              "referenceLocator": locator}])

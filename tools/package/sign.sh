@@ -31,4 +31,11 @@ sign_image() { # unsigned, signed, options of osslsigncode…
         echo "$said" >&2
         return 1
     fi
+    # Windows refuses signatures by certificates for other purposes; better to learn it here.
+    said=$(osslsigncode extract-signature -pem -in "$signed" -out "$signed.pem" >/dev/null && openssl pkcs7 -in "$signed.pem" -print_certs -text)
+    rm -f "$signed.pem"
+    if ! grep -q "Code Signing" <<<"$said"; then
+        echo "The certificate is not for signing code (extended key usage)." >&2
+        return 1
+    fi
 }
