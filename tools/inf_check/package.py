@@ -4,22 +4,22 @@ import re
 from dataclasses import dataclass, field
 
 # Directives that name sections: in sections of which kind, which values, and of which kind the named sections are.
-FIRST_ON = slice(0, None)
+ALL = slice(None)
 REFERENCES = {
-    "install": {"copyfiles": (FIRST_ON, "files"), "addreg": (FIRST_ON, "registry"), "delreg": (FIRST_ON, "other"),
-                "delfiles": (FIRST_ON, "other"), "renfiles": (FIRST_ON, "other"), "bitreg": (FIRST_ON, "other"),
-                "addproperty": (FIRST_ON, "other"), "delproperty": (FIRST_ON, "other"),
-                "logconfig": (FIRST_ON, "other"), "profileitems": (FIRST_ON, "other"),
-                "updateinis": (FIRST_ON, "other"), "updateinifields": (FIRST_ON, "other"),
-                "ini2reg": (FIRST_ON, "other"), "registerdlls": (FIRST_ON, "other"),
-                "unregisterdlls": (FIRST_ON, "other")},
-    "hw": {"addreg": (FIRST_ON, "hardware registry"), "delreg": (FIRST_ON, "other"), "bitreg": (FIRST_ON, "other")},
+    "install": {"copyfiles": (ALL, "files"), "addreg": (ALL, "registry"), "delreg": (ALL, "other"),
+                "delfiles": (ALL, "other"), "renfiles": (ALL, "other"), "bitreg": (ALL, "other"),
+                "addproperty": (ALL, "other"), "delproperty": (ALL, "other"),
+                "logconfig": (ALL, "other"), "profileitems": (ALL, "other"),
+                "updateinis": (ALL, "other"), "updateinifields": (ALL, "other"),
+                "ini2reg": (ALL, "other"), "registerdlls": (ALL, "other"),
+                "unregisterdlls": (ALL, "other")},
+    "hw": {"addreg": (ALL, "hardware registry"), "delreg": (ALL, "other"), "bitreg": (ALL, "other")},
     "services": {"addservice": (slice(2, 4), "service")},
-    "service": {"addreg": (FIRST_ON, "service registry"), "delreg": (FIRST_ON, "other"),
-                "addtrigger": (FIRST_ON, "other"), "failureactions": (FIRST_ON, "other")},
+    "service": {"addreg": (ALL, "service registry"), "delreg": (ALL, "other"),
+                "addtrigger": (ALL, "other"), "failureactions": (ALL, "other")},
     "wdf": {"kmdfservice": (slice(1, 2), "kmdf"), "umdfservice": (slice(1, 2), "umdf")},
     "filters": {"addfilter": (slice(2, 3), "filter")},
-    "coinstallers": {"addreg": (FIRST_ON, "registry"), "copyfiles": (FIRST_ON, "files")},
+    "coinstallers": {"addreg": (ALL, "registry"), "copyfiles": (ALL, "files")},
 }
 SUFFIXES = ("hw", "services", "wdf", "filters", "coinstallers", "factdef", "logconfigoverride", "interfaces",
             "components", "software", "com", "events", "wmi")
@@ -112,8 +112,8 @@ def read_models(package, section, match):
 
 
 def install_section(document, model):
-    """The most special section for the model's processor."""
-    names = ([f"{model.install}.nt{model.arch}"] if model.arch else []) + [f"{model.install}.nt", model.install]
+    """The most special section for the model's processor, or None."""
+    names = (f"{model.install}.nt{model.arch}", f"{model.install}.nt", model.install)
     return next(filter(None, map(document.section, names)), None)
 
 
@@ -132,10 +132,9 @@ def visit(package, kind, section, model):
     if any(v.kind == kind and v.section is section and v.model is model for v in package.visited):
         return
     package.visited.append(Visited(kind, section, model))
-    for companion in ("security",):
-        found = package.document.section(f"{section.name}.{companion}")
-        if found and kind in ("files", "registry", "hardware registry", "service registry"):
-            package.visited.append(Visited(f"{kind} security", found, model))
+    security = package.document.section(f"{section.name}.security")
+    if security and kind in ("files", "registry", "hardware registry", "service registry"):
+        package.visited.append(Visited(f"{kind} security", security, model))
     for entry in section.entries:
         if entry.name == "needs" and kind in ("install", *SUFFIXES):
             for name in filter(None, entry.values):

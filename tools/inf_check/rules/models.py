@@ -1,5 +1,7 @@
 """[Manufacturer] and the sections of models: for which systems, which devices, installed by which section."""
 
+from ..package import install_section
+
 FIRST_BUILD = (10, 0, 14310)  # the first system that knows build numbers in decorations
 
 
@@ -34,17 +36,13 @@ def devices(package, report, path):
     for model in package.models:
         if not model.install:
             report(model.line, 1271, "the device names no install section")
-        elif not package.document.sections.keys() & {name.lower() for name in install_names(model)}:
+        elif not install_section(package.document, model):
             report(model.line, 1261, f"install section [{model.install}] of the device is not there")
         for hardware_id in model.ids:
             key = (hardware_id.lower(), model.arch, model.version)
             if key in seen:
                 report(model.line, 1294, f"hardware id '{hardware_id}' is listed twice")
             seen.add(key)
-
-
-def install_names(model):
-    return [model.install, f"{model.install}.nt", f"{model.install}.nt{model.arch}"]
 
 
 def any_device(package, report, path):

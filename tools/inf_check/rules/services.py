@@ -3,6 +3,7 @@
 import re
 
 from ..package import number
+from .files import copied
 
 ASSOCIATED = 0x2
 KERNEL_DRIVER, AUTO_START, DISABLED = 1, 2, 4
@@ -70,7 +71,6 @@ def disabled(package, report, path):
 
 
 def binaries(package, report, path):
-    from .files import copied
     destinations = {(file.dirid, file.destination.lower()) for file in copied(package)}
     for section in package.of_kind("service"):
         entry = section.first("ServiceBinary")

@@ -1,6 +1,6 @@
 """Directives that a section may hold, and how often."""
 
-from ..package import SUFFIXES
+from ..package import REFERENCES
 
 INSTALL = """copyfiles copyinf addreg addproperty include needs featurescore driverver excludeid reboot addpowersetting
     delfiles renfiles delreg delproperty bitreg logconfig profileitems updateinis updateinifields ini2reg registerdlls
@@ -23,6 +23,7 @@ REPEATED = """copyfiles copyinf addreg addproperty include needs delfiles renfil
     delservice kmdfservice umdfservice addfilter excludeid logconfig profileitems registerdlls unregisterdlls updateinis
     updateinifields ini2reg addtrigger addpowersetting""".split()
 VALUELESS = ("reboot",)
+MOST_VALUES = {"signature": 1, "class": 1, "classguid": 1, "provider": 1, "driverver": 2, "pnplockdown": 1}
 LONGEST_FIELD, LONGEST_SECTION = 4095, 255
 
 
@@ -58,19 +59,19 @@ def once(package, report, path):
 def values(package, report, path):
     for kind, section in held_sections(package):
         for entry in section.entries:
-            known = entry.name in ALLOWED[kind] and entry.name not in VALUELESS
-            required_in_version = entry.name in ("class", "classguid", "provider", "driverver", "catalogfile", "signature",
-                                                 "pnplockdown")
-            if known and not any(entry.values) and not (kind == "version" and required_in_version):
-                names_section = kind in ("install", "hw", *SUFFIXES) and entry.name in ("copyfiles", "addreg")
-                report(entry.line, 1005 if names_section else 1006,
-                       f"{entry.key} names no section" if names_section else f"{entry.key} has no value")
+            if any(entry.values) or entry.name not in ALLOWED[kind] or entry.name in VALUELESS:
+                continue
+            if kind in REFERENCES and entry.name in ("copyfiles", "addreg"):
+                report(entry.line, 1005, f"{entry.key} names no section")
+            elif kind != "version":  # whose rules tell what is missing there
+                report(entry.line, 1006, f"{entry.key} has no value")
+
+
+def extra_values(package, report, path):
     section = package.document.section("Version")
     for entry in section.entries if section else ():
-        most = {"driverver": 2}.get(entry.name, 1)
-        if entry.name in ("signature", "class", "classguid", "provider", "driverver", "pnplockdown"):
-            for extra in entry.values[most:]:
-                report(entry.line, 1201, f"{entry.key} has an extra value '{extra}', which is ignored")
+        for extra in entry.values[MOST_VALUES.get(entry.name, len(entry.values)):]:
+            report(entry.line, 1201, f"{entry.key} has an extra value '{extra}', which is ignored")
 
 
 def sizes(package, report, path):
@@ -83,4 +84,4 @@ def sizes(package, report, path):
                 report(entry.line, 9003, f"a value is longer than {LONGEST_FIELD} characters")
 
 
-RULES = (directives, once, values, sizes)
+RULES = (directives, once, values, extra_values, sizes)
