@@ -41,7 +41,7 @@ class Encoding(unittest.TestCase):
             self.assertEqual(refused.exception.number, 1003)
 
     def test_end_of_file_mark_of_old_editors_is_no_text(self):
-        self.assertEqual(decode(b"[S]\r\n\x1a"), ("[S]\n", ""))
+        self.assertEqual(decode(b"[S]\r\n\x1a"), ("[S]\n", None))
 
 
 class Damage(unittest.TestCase):
@@ -95,7 +95,7 @@ class Lines(unittest.TestCase):
             with self.subTest(path=path.name), self.assertRaises(Unreadable) as refused:
                 check_file(path, "w")
             error = refused.exception
-            self.assertEqual({(error.line, "error", error.number)}, expected(text_of(path)) or {(5, "error", 1002)})
+            self.assertEqual({(error.line, "error", error.number)}, expected(text_of(path)))
 
 
 class Tokens(unittest.TestCase):

@@ -4,7 +4,6 @@ import re
 from dataclasses import dataclass, field
 
 from .lines import Reader
-from .text import Unreadable
 
 TOKEN = re.compile(r"%([^%]*)%")
 
@@ -41,10 +40,12 @@ class Section:
 
 
 class Document:
-    """`undefined` holds (line, token) for each token without a definition, `problem` what is wrong with the encoding."""
+    """`undefined` holds (line, token) for each token without a definition, `stray` the lines before the first section,
+    `problem` the number of the rule and what is wrong with the encoding."""
 
-    def __init__(self, text, problem=""):
+    def __init__(self, text, problem=None):
         self.problem = problem
+        self.stray = []
         self.sections = {}
         self.undefined = []
         current = None
@@ -53,7 +54,7 @@ class Document:
                 current = self.sections.setdefault(line.section.lower(), Section(line.section, line.number))
                 current.headers.append(line.number)
             elif current is None:
-                raise Unreadable(line.number, 1002, "the line stands before the first section")
+                self.stray.append(line.number)
             else:
                 current.entries.append(Entry(line.number, line.key, line.values, [line.key or "", *line.values]))
         self.strings = {}

@@ -14,7 +14,7 @@ REFERENCES = {
                 "ini2reg": (ALL, "other"), "registerdlls": (ALL, "other"),
                 "unregisterdlls": (ALL, "other")},
     "hw": {"addreg": (ALL, "hardware registry"), "delreg": (ALL, "other"), "bitreg": (ALL, "other")},
-    "services": {"addservice": (slice(2, 4), "service")},
+    "services": {"addservice": (slice(2, 3), "service"), "addservice events": (slice(3, 4), "other")},
     "service": {"addreg": (ALL, "service registry"), "delreg": (ALL, "other"),
                 "addtrigger": (ALL, "other"), "failureactions": (ALL, "other")},
     "wdf": {"kmdfservice": (slice(1, 2), "kmdf"), "umdfservice": (slice(1, 2), "umdf")},
@@ -24,8 +24,9 @@ REFERENCES = {
 SUFFIXES = ("hw", "services", "wdf", "filters", "coinstallers", "factdef", "logconfigoverride", "interfaces",
             "components", "software", "com", "events", "wmi")
 # Parts whose directives are not told apart here: what they name counts as used.
+NEWEST = (10, 0, 99999)  # of sections that name no system: nothing is too new for them
 LOOSE = ("interfaces", "components", "software", "com", "events", "wmi", "factdef", "logconfigoverride", "other")
-FIXED = re.compile(r"(version|manufacturer|destinationdirs|controlflags|signatureattributes|strings(\.[0-9a-f]{4})?"
+FIXED = re.compile(r"(version|manufacturer|destinationdirs|controlflags|signatureattributes(\..*)?|strings(\.[0-9a-f]{4})?"
                    r"|sourcedisks(names|files)(\.\w+)?|defaultinstall(\..*)?|defaultuninstall(\..*)?"
                    r"|classinstall32(\..*)?|deviceinstall32(\..*)?)")
 DECORATION = re.compile(r"NT(?P<arch>x86|ia64|amd64|arm64|arm)?(\.(?P<major>\d+)(\.(?P<minor>\d*)(\.(?P<product>\w*)"
@@ -61,6 +62,7 @@ class Reference:
     name: str
     section: object
     needed: bool = False
+    includes: bool = False  # the naming section includes files of the system
 
 
 @dataclass
@@ -97,7 +99,18 @@ def understand(document):
             if section:
                 package.visited.append(Visited("models", section, None))
                 read_models(package, section, match)
+    visit_defaults(package)
     return package
+
+
+def visit_defaults(package):
+    """Sections that install on the whole system instead of a device, or that belong to a class."""
+    for name, section in list(package.document.sections.items()):
+        match = re.fullmatch(r"defaultinstall(\.nt(?P<arch>[a-z]+\d*)?(\.[\d.]+)?)?", name)
+        if match:
+            visit_install(package, section, Model(section.line, match["arch"] or "", NEWEST, section.name, []))
+        elif re.fullmatch(r"(defaultuninstall|classinstall32)(\..*)?", name):
+            visit(package, "other", section, None)
 
 
 def read_models(package, section, match):
@@ -138,20 +151,22 @@ def visit(package, kind, section, model):
     for entry in section.entries:
         if entry.name == "needs" and kind in ("install", *SUFFIXES):
             for name in filter(None, entry.values):
-                refer(package, entry, name, kind, model, needed=True)
+                refer(package, section, entry, name, kind, model, needed=True)
         elif kind in LOOSE:
             for name in filter(package.document.section, entry.values):
-                refer(package, entry, name, "other", model)
-        elif entry.name in REFERENCES.get(kind, ()):
-            values, target = REFERENCES[kind][entry.name]
-            for name in entry.values[values]:
-                if name and not name.startswith("@"):
-                    refer(package, entry, name, target, model)
+                refer(package, section, entry, name, "other", model)
+        else:
+            for directive in (entry.name, f"{entry.name} events"):
+                values, target = REFERENCES.get(kind, {}).get(directive, (slice(0), ""))
+                for name in entry.values[values]:
+                    if name and not name.startswith("@"):
+                        refer(package, section, entry, name, target, model)
 
 
-def refer(package, entry, name, kind, model, needed=False):
+def refer(package, origin, entry, name, kind, model, needed=False):
+    """Notes that an entry of section `origin` names a section, and visits that one."""
     section = package.document.section(name)
-    reference = Reference(entry.line, entry.key, name, section, needed)
+    reference = Reference(entry.line, entry.key, name, section, needed, origin.first("Include") is not None)
     if reference not in package.references:
         package.references.append(reference)
     if section:

@@ -10,23 +10,23 @@ class Unreadable(Exception):
 
 
 def decode(data):
-    """The text, and why its encoding is not one that an INF may have ('' when it is).
+    """The text, and what is wrong with its encoding: None, or the rule's number and a sentence.
 
     Windows reads UTF-16 LE with a byte-order mark, and anything else in the code page of the machine.
     """
     if data.startswith(b"\xff\xfe"):
         try:
-            text, problem = data[2:].decode("utf-16-le"), ""
+            text, problem = data[2:].decode("utf-16-le"), None
         except UnicodeDecodeError as error:
             raise Unreadable(0, 1003, f"the file is no valid UTF-16: {error.reason}") from None
     elif data.startswith(b"\xfe\xff"):
         raise Unreadable(0, 1003, "the file is UTF-16 with the bytes of each character swapped (big endian)")
     elif data.startswith(b"\xef\xbb\xbf"):
-        text, problem = data[3:].decode("utf-8", "replace"), "the file begins with a UTF-8 byte-order mark"
+        text, problem = data[3:].decode("utf-8", "replace"), (1003, "the file begins with a UTF-8 byte-order mark")
     else:
-        text, problem = data.decode("cp1252", "replace"), ""
+        text, problem = data.decode("cp1252", "replace"), None
         if not data.isascii():
-            problem = "characters beyond ASCII mean something else on other machines"
+            problem = 9006, "characters beyond ASCII mean something else on machines with another code page"
     control = next((c for c in text if c < " " and c not in "\t\r\n\x1a"), None)
     if control is not None:
         line = text.count("\n", 0, text.index(control)) + 1

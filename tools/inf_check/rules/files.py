@@ -69,16 +69,16 @@ def disks(package, report, path):
     for section in listed_sections(package, "sourcedisksnames"):
         for entry in section.entries:
             names.add(entry.name)
-            if number(entry.name) in (None, 0):
-                report(entry.line, 1008, f"disk id '{entry.key}' in [{section.name}] is no positive number")
+            if number(entry.name) is None:
+                report(entry.line, 1008, f"disk id '{entry.key}' in [{section.name}] is no number")
     for section in listed_sections(package, "sourcedisksfiles"):
         for entry in section.entries:
             if entry.name.endswith(".cat"):
                 report(entry.line, 1213, f"catalog '{entry.key}' can't be listed in [{section.name}]")
             elif re.fullmatch(r".*\.\w\w_", entry.name):
                 report(entry.line, 1231, f"'{entry.key}' is a compressed name; list the file's own name")
-            if number(entry.value()) in (None, 0):
-                report(entry.line, 1008, f"disk id '{entry.value()}' of '{entry.key}' is no positive number")
+            if number(entry.value()) is None:
+                report(entry.line, 1008, f"disk id '{entry.value()}' of '{entry.key}' is no number")
             elif entry.value() not in names:
                 report(entry.line, 1273, f"disk {entry.value()} of '{entry.key}' is not in [SourceDisksNames]")
 
@@ -94,8 +94,6 @@ def sources(package, report, path):
 def destinations(package, report, path):
     dirs = package.document.section("DestinationDirs")
     for entry in dirs.entries if dirs else ():
-        if entry.name != "defaultdestdir" and not package.document.section(entry.key or ""):
-            report(entry.line, 1203, f"section [{entry.key}] of DestinationDirs is not there")
         if not re.fullmatch(r"-?\d+", entry.value()):
             report(entry.line, 1243, f"destination '{entry.value()}' is no number of a folder")
     unlisted = set()

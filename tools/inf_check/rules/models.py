@@ -38,7 +38,7 @@ def devices(package, report, path):
             report(model.line, 1271, "the device names no install section")
         elif not install_section(package.document, model):
             report(model.line, 1261, f"install section [{model.install}] of the device is not there")
-        for hardware_id in model.ids:
+        for hardware_id in model.ids[:1]:  # further ones are compatible ids, which devices share
             key = (hardware_id.lower(), model.arch, model.version)
             if key in seen:
                 report(model.line, 1294, f"hardware id '{hardware_id}' is listed twice")

@@ -61,12 +61,12 @@ def values(package, report, path):
         bits = {0x10001: 32, 0xB0001: 64}.get(kind)
         if bits and len(data) == 1 and (number(data[0]) is None or number(data[0]) >> bits):
             report(entry.line, 1268, f"'{data[0]}' is no number of {bits} bits")
-        elif kind == BINARY and any(not re.fullmatch(r"[0-9a-f]{1,2}", byte.strip(), re.I) for byte in data):
+        elif kind == BINARY and any(not re.fullmatch(r"(0x)?[0-9a-f]{1,2}", byte.strip(), re.I) for byte in data):
             report(entry.line, 1267, "binary data must be bytes from 00 to FF")
 
 
 def well_known(package, report, path):
-    for section, entry in entries(package, "registry", "hardware registry"):
+    for section, entry in entries(package, "hardware registry"):
         flags = flags_of(entry)
         name = entry.value(2).lower()
         if flags is not None and not entry.value(1) and name in WELL_KNOWN and flags & TYPE_MASK != WELL_KNOWN[name]:

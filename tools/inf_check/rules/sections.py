@@ -3,6 +3,11 @@
 from ..package import FIXED
 
 
+def before_the_first(package, report, path):
+    for line in package.document.stray:
+        report(line, 9007, "the line stands before the first section, and is ignored")
+
+
 def once(package, report, path):
     for section in package.document.sections.values():
         for line in section.headers[1:]:
@@ -12,7 +17,11 @@ def once(package, report, path):
 def found(package, report, path):
     for reference in package.references:
         if reference.section is None and not reference.needed and reference.directive.lower() != "kmdfservice":
-            report(reference.line, 1203, f"section [{reference.name}] of {reference.directive} is not there")
+            if reference.includes:
+                report(reference.line, 1220, f"section [{reference.name}] of {reference.directive} is not there; those of "
+                       "included files are reached with Needs only")
+            else:
+                report(reference.line, 1203, f"section [{reference.name}] of {reference.directive} is not there")
 
 
 def used(package, report, path):
@@ -37,4 +46,4 @@ def device_or_default(package, report, path):
             report(section.line, 1212, f"[{section.name}] can't be in one file with [Manufacturer]")
 
 
-RULES = (once, found, used, one_directive, device_or_default)
+RULES = (before_the_first, once, found, used, one_directive, device_or_default)

@@ -2,12 +2,15 @@
 
 import re
 
+from ..document import Section
 from ..package import number
 from .files import copied
 
 ASSOCIATED = 0x2
 KERNEL_DRIVER, AUTO_START, DISABLED = 1, 2, 4
 REQUIRED = {"ServiceType": (0x1, 0x2, 0x8, 0x10, 0x20, 0x110, 0x120), "StartType": range(5), "ErrorControl": range(4)}
+SYSTEM_BINARIES = {("12", "wudfrd.sys")}  # the host of user-mode drivers
+NONE = Section("", 0)
 BINARY = re.compile(r"%(-?\d+)%\\(.+)")
 
 
@@ -18,14 +21,19 @@ def add_service_entries(package):
 
 
 def associated(package, report, path):
-    """Each device has exactly one function driver, or says that it has none (or takes it from an included file)."""
+    """Each device has exactly one function driver, or says that it has none, or takes it from an included file.
+
+    Files of class Extension only add to what another file installs.
+    """
+    setup_class = (package.document.section("Version") or NONE).first("Class")
     for section, parts, model in package.installs.values():
         services = parts.get("services")
         entries = services.named("AddService") if services else []
         main = [entry for entry in entries if (number(entry.value(1) or "0") or 0) & ASSOCIATED]
         for entry in main[1:]:
             report(entry.line, 1211, f"[{services.name}] has two function drivers, '{main[0].value()}' and '{entry.value()}'")
-        if not main and not (services and services.first("Needs")):
+        extends = setup_class and setup_class.value().lower() == "extension"
+        if not main and not extends and not (services and services.first("Needs")):
             for hardware_id in model.ids[:1]:
                 report((services or section).line, 1296, f"device '{hardware_id}' gets no function driver: no AddService "
                        f"with flag 2 in [{section.name}.Services]")
@@ -46,8 +54,6 @@ def add_service(package, report, path):
 
 def service_sections(package, report, path):
     for section in package.of_kind("service"):
-        if not section.first("ServiceType") and section.first("EventMessageFile"):
-            continue
         for key, allowed in REQUIRED.items():
             entry = section.first(key)
             if not entry:
@@ -79,7 +85,7 @@ def binaries(package, report, path):
         match = BINARY.fullmatch(entry.value())
         if not match:
             report(entry.line, 2085, f"ServiceBinary '{entry.value()}' is no path below a folder's number, such as %13%")
-        elif (match[1], match[2].lower()) not in destinations:
+        elif (match[1], match[2].lower()) not in destinations | SYSTEM_BINARIES:
             report(entry.line, 2084, f"ServiceBinary '{entry.value()}' is no file that CopyFiles puts there")
 
 

@@ -1,5 +1,6 @@
 """Directives that a section may hold, and how often."""
 
+from ..classes import GUID_OF
 from ..package import REFERENCES
 
 INSTALL = """copyfiles copyinf addreg addproperty include needs featurescore driverver excludeid reboot addpowersetting
@@ -14,7 +15,7 @@ ALLOWED = {
     "service": """displayname description servicetype starttype errorcontrol servicebinary startname addreg delreg bitreg
         loadordergroup dependencies security requiredprivileges servicesidtype delayedautostart addtrigger failureactions
         bootflags""".split(),
-    "wdf": ["include", "needs", "kmdfservice"],  # and everything that begins with umdf
+    "wdf": ["include", "needs", "kmdfservice"],  # and all that begins with umdf
     "kmdf": ["kmdflibraryversion"],
     "filters": ["include", "needs", "addfilter"],
     "filter": ["filterlevel", "filterposition"],
@@ -24,6 +25,7 @@ REPEATED = """copyfiles copyinf addreg addproperty include needs delfiles renfil
     updateinifields ini2reg addtrigger addpowersetting""".split()
 VALUELESS = ("reboot",)
 MOST_VALUES = {"signature": 1, "class": 1, "classguid": 1, "provider": 1, "driverver": 2, "pnplockdown": 1}
+OWN_DIRECTIVES = ("display", "image", "media", "modem", "monitor", "net", "netclient", "netservice", "nettrans", "printer")
 LONGEST_FIELD, LONGEST_SECTION = 4095, 255
 
 
@@ -42,9 +44,19 @@ def directives(package, report, path):
             name = entry.name.split(".")[0] if kind == "version" else entry.name
             if kind == "version" and name == "dontreflectoffline":
                 report(entry.line, 1208, f"{entry.key} is for Microsoft's own files only")
-            elif name not in ALLOWED[kind] and not (kind == "wdf" and name.startswith("umdf")):
+            elif name not in ALLOWED[kind] and not may_be_the_classes_own(package, kind, name):
                 shown = entry.key if entry.key is not None else ",".join(entry.values)
                 report(entry.line, 1290, f"'{shown}' is no directive of [{section.name}]")
+
+
+def may_be_the_classes_own(package, kind, name):
+    """Some classes have directives of their own in install sections, and so may those that Windows does not know."""
+    if kind == "wdf":
+        return name.startswith("umdf")
+    version = package.document.section("Version")
+    entry = version and version.first("Class")
+    setup_class = entry.value().lower() if entry else ""
+    return kind == "install" and (setup_class in OWN_DIRECTIVES or setup_class not in GUID_OF)
 
 
 def once(package, report, path):

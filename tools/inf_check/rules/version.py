@@ -11,7 +11,8 @@ LONGEST_CLASS = 31
 
 def encoding(package, report, path):
     if package.document.problem:
-        report(1, 1003, f"{package.document.problem}; write the file as ASCII or UTF-16 LE")
+        number, text = package.document.problem
+        report(1, number, f"{text}; write the file as ASCII or UTF-16 LE")
 
 
 def signature(package, report, path):
