@@ -32,7 +32,8 @@ class Encoding(unittest.TestCase):
 
     def test_any_line_ends_give_the_same_lines(self):
         wrong = text_of(VALID).replace("%Disk%", "%Dusk%")
-        self.assertEqual([self.check(wrong.replace("\n", end).encode())[0].line for end in ("\n", "\r\n", "\r")], [13] * 3)
+        for end in ("\n", "\r\n", "\r"):
+            self.assertEqual([finding.line for finding in self.check(wrong.replace("\n", end).encode())], [13])
 
     def test_what_is_no_text_is_refused(self):
         for data in (b"MZ\x90\0\3\0\0\0" * 100, b"\xff\xfea", b"\xff\xfe\0\xd8x\0", b"\xfe\xff\0;\0\n", b"\0"):
@@ -77,7 +78,8 @@ class Lines(unittest.TestCase):
         self.assertEqual(values('[S]\na = " b "c , d\n'), [("a", [" b c", "d"])])
 
     def test_backslash_at_the_end_continues_a_line(self):
-        self.assertEqual(values('[S]\na = 1, \\\n  2, \\ ; comment\n  3\nb = 4\n'), [("a", ["1", "2", "3"]), ("b", ["4"])])
+        self.assertEqual(values('[S]\na = 1, \\\n  2, \\ ; comment\n  3\nb = 4\n'),
+                         [("a", ["1", "2", "3"]), ("b", ["4"])])
 
     def test_backslash_within_quotation_marks_continues_nothing(self):
         self.assertEqual(values('[S]\na = "dir\\"\nb = dir\\file\n'), [("a", ["dir\\"]), ("b", ["dir\\file"])])

@@ -19,16 +19,17 @@ def package(*options, output, date=DATE):
     environment = {**os.environ, "SOURCE_DATE_EPOCH": str(date)} if date is not None else dict(os.environ)
     command = [str(PROJECT / "package"), "--build", str(BUILD), *map(str, options)]
     command += ["--output", str(output)] if output else []
-    return subprocess.run(command, env=environment, capture_output=True, text=True, timeout=300, cwd=tempfile.gettempdir())
+    return run(*command, env=environment, cwd=tempfile.gettempdir())
 
 
 def run(*command, **more):
-    return subprocess.run(list(map(str, command)), capture_output=True, text=True, timeout=60, **more)
+    return subprocess.run(list(map(str, command)), capture_output=True, text=True, timeout=300, **more)
 
 
 def files_of(folder):
     """The bytes of all files by their names within a folder."""
-    return {path.relative_to(folder).as_posix(): path.read_bytes() for path in sorted(folder.rglob("*")) if path.is_file()}
+    return {path.relative_to(folder).as_posix(): path.read_bytes()
+            for path in sorted(folder.rglob("*")) if path.is_file()}
 
 
 class Folder:

@@ -21,8 +21,8 @@ class Content(Made, unittest.TestCase):
 
     def test_package_holds_the_driver_its_symbols_and_the_papers(self):
         files = set(files_of(self.dist))
-        self.assertLessEqual({f"{NAME}.sys", f"{NAME}.pdb", f"{NAME}.inf", f"{NAME}.spdx.json", "SHA256SUMS", "README.md",
-                              "docs/package.md"}, files)
+        self.assertLessEqual({f"{NAME}.sys", f"{NAME}.pdb", f"{NAME}.inf", f"{NAME}.spdx.json", "SHA256SUMS",
+                              "README.md", "docs/package.md"}, files)
         self.assertEqual({name for name in files if name.endswith((".pem", ".key", ".p12", ".cer"))}, set())
 
     def test_policy_templates_and_samples_are_those_of_the_project(self):
@@ -37,8 +37,8 @@ class Content(Made, unittest.TestCase):
         self.assertEqual((self.dist / f"{NAME}.pdb").read_bytes(), BUILT_IMAGE.with_suffix(".pdb").read_bytes())
 
     def test_checksums_cover_every_file_and_hold(self):
-        sums = (self.dist / "SHA256SUMS").read_text()
-        self.assertEqual({line.split("  ", 1)[1] for line in sums.splitlines()}, set(files_of(self.dist)) - {"SHA256SUMS"})
+        listed = {line.split("  ", 1)[1] for line in (self.dist / "SHA256SUMS").read_text().splitlines()}
+        self.assertEqual(listed, set(files_of(self.dist)) - {"SHA256SUMS"})
         self.assertEqual(run("sha256sum", "-c", "--strict", "SHA256SUMS", cwd=self.dist).returncode, 0)
 
     def test_a_changed_file_fails_its_checksum(self):
@@ -95,7 +95,8 @@ class Inf(Made, unittest.TestCase):
         self.assertEqual(pe.Image(BUILT_IMAGE.read_bytes()).machine, check.ARM64)
 
     def test_hardware_id_is_the_one_by_which_the_driver_knows_its_node(self):
-        known = re.search(r'equalCaseSensitive\(hardwareIds, literal\(L"([^"]+)"\)', source("src/driver/device_add.cpp"))[1]
+        comparison = r'equalCaseSensitive\(hardwareIds, literal\(L"([^"]+)"\)'
+        known = re.search(comparison, source("src/driver/device_add.cpp"))[1]
         models = self.inf.section("Devices.NTarm64.10.0...19041").entries
         self.assertEqual([model.values[1:] for model in models], [[known.replace("\\\\", "\\")]])
 

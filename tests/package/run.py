@@ -1,4 +1,4 @@
-"""Runs the tests of this folder and, as GoogleTest does, writes one result per test where GTEST_OUTPUT=xml:FOLDER/ says.
+"""Runs the tests of this folder. Writes, as GoogleTest does, one result per test where GTEST_OUTPUT=xml:FOLDER/ says.
 
 usage: run.py PROJECT_FOLDER BUILD_FOLDER
 """

@@ -86,9 +86,10 @@ class OwnCertificate(Folder, unittest.TestCase):
         cls.certificate, cls.key, cls.pkcs12 = (cls.folder / name for name in ("own.pem", "own.key", "own.p12"))
         cls.password = cls.folder / "password"
         cls.password.write_text("lamp light\n")
-        run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-days", "2", "-subj", "/CN=Own", "-passout",
-            f"file:{cls.password}", "-addext", "extendedKeyUsage=codeSigning", "-keyout", cls.key, "-out", cls.certificate)
-        run("openssl", "pkcs12", "-export", "-in", cls.certificate, "-inkey", cls.key, "-passin", f"file:{cls.password}",
+        locked = f"file:{cls.password}"
+        run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-days", "2", "-subj", "/CN=Own", "-passout", locked,
+            "-addext", "extendedKeyUsage=codeSigning", "-keyout", cls.key, "-out", cls.certificate)
+        run("openssl", "pkcs12", "-export", "-in", cls.certificate, "-inkey", cls.key, "-passin", locked,
             "-passout", "pass:lamp light", "-out", cls.pkcs12)
 
     def check_signed(self, *options):

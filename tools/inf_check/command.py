@@ -20,7 +20,8 @@ def main(arguments):
     parser = argparse.ArgumentParser(prog="check_inf.py", description=DESCRIPTION)
     parser.add_argument("files", metavar="FILE.inf", nargs="+")
     parser.add_argument("--mode", choices=MODES, default="w",
-                        help="w: packages that keep to the driver store and their own keys (default); k: declarative ones")
+                        help="w: packages that keep to the driver store and their own keys (default); "
+                             "k: declarative ones")
     parser.add_argument("--strict", action="store_true", help="warnings count as errors do")
     options = parser.parse_args(arguments)
     status = 0

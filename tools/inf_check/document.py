@@ -68,7 +68,8 @@ class Document:
 
     def strings_sections(self):
         """[Strings], then those of single languages."""
-        return [section for name, section in sorted(self.sections.items()) if re.fullmatch(r"strings(\.[0-9a-f]{4})?", name)]
+        return [section for name, section in sorted(self.sections.items())
+                if re.fullmatch(r"strings(\.[0-9a-f]{4})?", name)]
 
     def _replace_tokens(self):
         strings = self.strings_sections()

@@ -1,7 +1,7 @@
 """Text as logical lines: section headers and entries.
 
-A line ends at its end, a comment begins at a semicolon, a backslash at a line's end continues it. Within quotation marks
-none of this holds; there "" stands for one quotation mark.
+A comment begins at a semicolon, and a backslash at a line's end continues the line. Within quotation marks none of this
+holds; there "" stands for one quotation mark.
 """
 
 from dataclasses import dataclass, field

@@ -26,8 +26,8 @@ SUFFIXES = ("hw", "services", "wdf", "filters", "coinstallers", "factdef", "logc
 # Parts whose directives are not told apart here: what they name counts as used.
 NEWEST = (10, 0, 99999)  # of sections that name no system: nothing is too new for them
 LOOSE = ("interfaces", "components", "software", "com", "events", "wmi", "factdef", "logconfigoverride", "other")
-FIXED = re.compile(r"(version|manufacturer|destinationdirs|controlflags|signatureattributes(\..*)?|strings(\.[0-9a-f]{4})?"
-                   r"|sourcedisks(names|files)(\.\w+)?|defaultinstall(\..*)?|defaultuninstall(\..*)?"
+FIXED = re.compile(r"(version|manufacturer|destinationdirs|controlflags|signatureattributes(\..*)?"
+                   r"|strings(\.[0-9a-f]{4})?|sourcedisks(names|files)(\.\w+)?|default(un)?install(\..*)?"
                    r"|classinstall32(\..*)?|deviceinstall32(\..*)?)")
 DECORATION = re.compile(r"NT(?P<arch>x86|ia64|amd64|arm64|arm)?(\.(?P<major>\d+)(\.(?P<minor>\d*)(\.(?P<product>\w*)"
                         r"(\.(?P<suite>\w*)(\.(?P<build>\d+))?)?)?)?)?", re.I)

@@ -6,7 +6,8 @@ test_certificate_name="Tarvenholt Myrtelhaven test signing"
 # that a test machine trusts one certificate for all packages of this build folder, until 30 days before they expire.
 test_certificate() { # folder
     local folder=$1 work
-    if [ -f "$folder/key.pem" ] && openssl x509 -in "$folder/certificate.pem" -noout -checkend 2592000 >/dev/null 2>&1; then
+    if [ -f "$folder/key.pem" ] &&
+        openssl x509 -in "$folder/certificate.pem" -noout -checkend 2592000 >/dev/null 2>&1; then
         return
     fi
     (
@@ -32,7 +33,8 @@ sign_image() { # unsigned, signed, options of osslsigncode…
         return 1
     fi
     # Windows refuses signatures by certificates for other purposes; better to learn it here.
-    said=$(osslsigncode extract-signature -pem -in "$signed" -out "$signed.pem" >/dev/null && openssl pkcs7 -in "$signed.pem" -print_certs -text)
+    said=$(osslsigncode extract-signature -pem -in "$signed" -out "$signed.pem" >/dev/null &&
+        openssl pkcs7 -in "$signed.pem" -print_certs -text)
     rm -f "$signed.pem"
     if ! grep -q "Code Signing" <<<"$said"; then
         echo "The certificate is not for signing code (extended key usage)." >&2

@@ -31,6 +31,10 @@ def destination_of(package, section):
     return own or (dirs.first("DefaultDestDir") if dirs else None)
 
 
+def folder_of(destination):
+    return (destination.value(), destination.value(1)) if destination else ("", "")
+
+
 def copied(package):
     """All files that CopyFiles copies."""
     for section in package.of_kind("files"):
@@ -38,14 +42,13 @@ def copied(package):
         for entry in section.entries:
             values = entry.values
             name, source = values[0], values[1] if len(values) > 1 and values[1] else values[0]
-            yield Copied(entry.line, section, name, source, where.value() if where else "", where.value(1) if where else "")
+            yield Copied(entry.line, section, name, source, *folder_of(where))
     for install in package.of_kind("install"):
         for entry in install.named("CopyFiles"):
             for value in entry.values:
                 if value.startswith("@"):
                     where = destination_of(package, None)
-                    yield Copied(entry.line, None, value[1:], value[1:], where.value() if where else "",
-                                 where.value(1) if where else "")
+                    yield Copied(entry.line, None, value[1:], value[1:], *folder_of(where))
 
 
 def listed_sections(package, name):
@@ -99,15 +102,15 @@ def destinations(package, report, path):
     unlisted = set()
     for file in copied(package):
         if not destination_of(package, file.section):
-            name = file.section.name if file.section else file.name
+            name, line = (file.section.name, file.section.line) if file.section else (file.name, file.line)
             if name not in unlisted:
-                report(file.section.line if file.section else file.line, 1275, f"'{name}' has no place in [DestinationDirs]")
+                report(line, 1275, f"'{name}' has no place in [DestinationDirs]")
             unlisted.add(name)
         elif re.fullmatch(r"-?\d+", file.dirid):
             if file.dirid != DRIVER_STORE:
-                report(file.line, 1322, f"file '{file.name}' is copied to folder {file.dirid}, not to the driver store (13)")
+                report(file.line, 1322, f"file '{file.name}' goes to folder {file.dirid}, not to the driver store (13)")
             if file.dirid not in SYSTEM and not (file.dirid == "10" and file.folder):
-                report(file.line, 1306, f"file '{file.name}' is copied to folder {file.dirid}, not below the system's")
+                report(file.line, 1306, f"file '{file.name}' goes to folder {file.dirid}, not below the system's")
 
 
 def driver_store(package, report, path):
@@ -119,7 +122,7 @@ def driver_store(package, report, path):
         if file.name.lower() != file.source.lower():
             report(file.line, 1100, f"'{file.source}' can't be renamed to '{file.name}' in the driver store")
         elif listed and listed.value(1).strip("\\").lower() != file.folder.strip("\\").lower():
-            report(file.line, 1100, f"'{file.name}' lies in folder '{listed.value(1)}', its destination is '{file.folder}'")
+            report(file.line, 1100, f"'{file.name}' lies in folder '{listed.value(1)}' and goes to '{file.folder}'")
     for section in package.of_kind("files security"):
         report(section.line, 1101, f"[{section.name}] gives files of the driver store a security descriptor")
 

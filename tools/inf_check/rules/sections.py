@@ -17,11 +17,11 @@ def once(package, report, path):
 def found(package, report, path):
     for reference in package.references:
         if reference.section is None and not reference.needed and reference.directive.lower() != "kmdfservice":
+            missing = f"section [{reference.name}] of {reference.directive} is not there"
             if reference.includes:
-                report(reference.line, 1220, f"section [{reference.name}] of {reference.directive} is not there; those of "
-                       "included files are reached with Needs only")
+                report(reference.line, 1220, f"{missing}; those of included files are reached with Needs only")
             else:
-                report(reference.line, 1203, f"section [{reference.name}] of {reference.directive} is not there")
+                report(reference.line, 1203, missing)
 
 
 def used(package, report, path):
@@ -37,7 +37,7 @@ def one_directive(package, report, path):
         if reference.section is not None and not reference.needed:
             directive = first.setdefault(id(reference.section), reference.directive)
             if directive.lower() != reference.directive.lower():
-                report(reference.line, 1205, f"section [{reference.name}] belongs to {directive} and {reference.directive}")
+                report(reference.line, 1205, f"[{reference.name}] belongs to {directive} and {reference.directive}")
 
 
 def device_or_default(package, report, path):

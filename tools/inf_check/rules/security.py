@@ -4,7 +4,8 @@ import re
 
 SID = r"[A-Z]{2}|S-1(-\d+)+"
 ACE = re.compile(rf"\((A|D|OA|OD|AU|AL);[A-Z]*;([A-Z]*|0x[0-9A-F]+);[^;()]*;[^;()]*;({SID})\)", re.I)
-DESCRIPTOR = re.compile(rf"(O:({SID}))?(G:({SID}))?(?P<dacl>D:(P|AR|AI)*(\([^()]*\))*)?(S:(P|AR|AI)*(\([^()]*\))*)?", re.I)
+LIST = r"(P|AR|AI)*(\([^()]*\))*"
+DESCRIPTOR = re.compile(rf"(O:({SID}))?(G:({SID}))?(?P<dacl>D:{LIST})?(S:{LIST})?", re.I)
 
 
 def problem(descriptor):

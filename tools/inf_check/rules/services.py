@@ -31,12 +31,13 @@ def associated(package, report, path):
         entries = services.named("AddService") if services else []
         main = [entry for entry in entries if (number(entry.value(1) or "0") or 0) & ASSOCIATED]
         for entry in main[1:]:
-            report(entry.line, 1211, f"[{services.name}] has two function drivers, '{main[0].value()}' and '{entry.value()}'")
+            report(entry.line, 1211,
+                   f"[{services.name}] has two function drivers, '{main[0].value()}' and '{entry.value()}'")
         extends = setup_class and setup_class.value().lower() == "extension"
         if not main and not extends and not (services and services.first("Needs")):
             for hardware_id in model.ids[:1]:
-                report((services or section).line, 1296, f"device '{hardware_id}' gets no function driver: no AddService "
-                       f"with flag 2 in [{section.name}.Services]")
+                report((services or section).line, 1296, f"device '{hardware_id}' gets no function driver: "
+                       f"no AddService with flag 2 in [{section.name}.Services]")
 
 
 def add_service(package, report, path):
@@ -84,7 +85,7 @@ def binaries(package, report, path):
             continue
         match = BINARY.fullmatch(entry.value())
         if not match:
-            report(entry.line, 2085, f"ServiceBinary '{entry.value()}' is no path below a folder's number, such as %13%")
+            report(entry.line, 2085, f"ServiceBinary '{entry.value()}' is no path below a folder such as %13%")
         elif (match[1], match[2].lower()) not in destinations | SYSTEM_BINARIES:
             report(entry.line, 2084, f"ServiceBinary '{entry.value()}' is no file that CopyFiles puts there")
 

@@ -12,9 +12,9 @@ ALLOWED = {
     "install": INSTALL,
     "hw": ["include", "needs", "addreg", "delreg", "bitreg", "addproperty"],
     "services": ["include", "needs", "addservice", "delservice"],
-    "service": """displayname description servicetype starttype errorcontrol servicebinary startname addreg delreg bitreg
-        loadordergroup dependencies security requiredprivileges servicesidtype delayedautostart addtrigger failureactions
-        bootflags""".split(),
+    "service": """displayname description servicetype starttype errorcontrol servicebinary startname addreg delreg
+        bitreg loadordergroup dependencies security requiredprivileges servicesidtype delayedautostart addtrigger
+        failureactions bootflags""".split(),
     "wdf": ["include", "needs", "kmdfservice"],  # and all that begins with umdf
     "kmdf": ["kmdflibraryversion"],
     "filters": ["include", "needs", "addfilter"],
@@ -25,7 +25,7 @@ REPEATED = """copyfiles copyinf addreg addproperty include needs delfiles renfil
     updateinifields ini2reg addtrigger addpowersetting""".split()
 VALUELESS = ("reboot",)
 MOST_VALUES = {"signature": 1, "class": 1, "classguid": 1, "provider": 1, "driverver": 2, "pnplockdown": 1}
-OWN_DIRECTIVES = ("display", "image", "media", "modem", "monitor", "net", "netclient", "netservice", "nettrans", "printer")
+OWN_DIRECTIVES = "display image media modem monitor net netclient netservice nettrans printer".split()
 LONGEST_FIELD, LONGEST_SECTION = 4095, 255
 
 

@@ -36,7 +36,7 @@ def required(package, report, path):
         report(section.line, 1233, "CatalogFile is missing in [Version]; without a catalog the package can't be signed")
     lockdown = section.first("PnpLockdown")
     if not lockdown or lockdown.value() != "1":
-        report((lockdown or section).line, 1324, "[Version] should state PnpLockdown=1, so that nobody changes the files")
+        report((lockdown or section).line, 1324, "[Version] should state PnpLockdown=1: nobody may change the files")
 
 
 def setup_class(package, report, path):
