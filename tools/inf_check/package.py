@@ -23,8 +23,8 @@ REFERENCES = {
 }
 SUFFIXES = ("hw", "services", "wdf", "filters", "coinstallers", "factdef", "logconfigoverride", "interfaces",
             "components", "software", "com", "events", "wmi")
-# Parts whose directives are not told apart here: what they name counts as used.
 NEWEST = (10, 0, 99999)  # of sections that name no system: nothing is too new for them
+# Parts whose directives are not told apart here: what they name counts as used.
 LOOSE = ("interfaces", "components", "software", "com", "events", "wmi", "factdef", "logconfigoverride", "other")
 FIXED = re.compile(r"(version|manufacturer|destinationdirs|controlflags|signatureattributes(\..*)?"
                    r"|strings(\.[0-9a-f]{4})?|sourcedisks(names|files)(\.\w+)?|default(un)?install(\..*)?"
