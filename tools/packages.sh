@@ -1,10 +1,11 @@
-# Installs what the named Debian packages lack. Sourced by ./run, ./test and bench/run.
+# Installs what the named Debian packages lack. Sourced by ./run, ./package, ./test and bench/run.
 
 build_packages="clang-19 lld-19 llvm-19 libclang-rt-19-dev cmake ninja-build libyaml-cpp-dev libfmt-dev libicu-dev
     nlohmann-json3-dev libcli11-dev"
 bench_packages="$build_packages libbenchmark-dev valgrind python3"
+package_packages="$build_packages openssl osslsigncode python3"
 test_packages="$bench_packages libgtest-dev libgmock-dev clang-format-19 clang-tidy-19
-    python3-jsonschema python3-yaml"
+    python3-jsonschema python3-yaml $package_packages"
 
 need_packages() {
     local missing=()

@@ -94,13 +94,19 @@ VOID unload(PDRIVER_OBJECT) {
     }
 }
 
+NTSTATUS keepNumber(PWSTR, ULONG type, PVOID data, ULONG bytes, PVOID, PVOID number) {
+    if (type == REG_DWORD && bytes == sizeof(ULONG)) {
+        *static_cast<PULONG>(number) = *static_cast<PULONG>(data);
+    }
+    return STATUS_SUCCESS;
+}
+
 ULONG numberOf(PUNICODE_STRING registryPath) {
     ULONG number = 0;
     RTL_QUERY_REGISTRY_TABLE table[2] = {};
-    table[0].Flags = RTL_QUERY_REGISTRY_DIRECT | RTL_QUERY_REGISTRY_TYPECHECK;
+    table[0].QueryRoutine = keepNumber;
     table[0].Name = const_cast<PWSTR>(L"Mistake");
     table[0].EntryContext = &number;
-    table[0].DefaultType = REG_DWORD << RTL_QUERY_REGISTRY_TYPECHECK_SHIFT;
     (void)RtlQueryRegistryValues(RTL_REGISTRY_ABSOLUTE, registryPath->Buffer, table, nullptr, nullptr);
     return number;
 }
