@@ -50,12 +50,16 @@ std::optional<std::string> describeReturnAddress(const void *address) {
     }
     const std::uint32_t offset = *image->relative(address);
     // The call is the instruction before the one that it returns to.
-    const SourcePlace place = offset == 0 ? SourcePlace{} : placeInSource(image->path(), offset - 1);
-    if (place.function.empty()) {
+    const auto places = offset == 0 ? std::vector<SourcePlace>() : placesInSource(image->path(), offset - 1);
+    if (places.empty()) {
         return image->name() + "+" + hex(offset);
     }
-    const std::string text = image->name() + "!" + place.function;
-    return place.file.empty() ? text : text + " (" + place.file + ":" + std::to_string(place.line) + ")";
+    std::string text = image->name() + "!";
+    for (const SourcePlace &place : places) {
+        text += (&place == &places.front() ? "" : " in ") + place.function;
+        text += place.file.empty() ? "" : " (" + place.file + ":" + std::to_string(place.line) + ")";
+    }
+    return text;
 }
 
 } // namespace sim::image

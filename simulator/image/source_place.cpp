@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <sstream>
 #include <utility>
 
 namespace sim::image {
@@ -33,26 +34,31 @@ std::string outputOf(const std::string &command) {
     return output;
 }
 
-/// The first of the frames that the symbolizer prints: a line with the function, a line with file:line:column.
-SourcePlace parse(const std::string &output) {
-    const std::size_t firstEnd = output.find('\n');
-    const std::size_t secondEnd = output.find('\n', firstEnd + 1);
-    SourcePlace place;
-    if (firstEnd == std::string::npos || secondEnd == std::string::npos || output.starts_with("??")) {
-        return place;
-    }
-    place.function = withoutParameters(output.substr(0, firstEnd));
-    const std::string where = output.substr(firstEnd + 1, secondEnd - firstEnd - 1);
+/// A function and "file:line:column", as the symbolizer prints them on two lines.
+SourcePlace placeOf(const std::string &function, const std::string &where) {
+    SourcePlace place{withoutParameters(function), {}, 0};
     const std::size_t column = where.rfind(':');
     const std::size_t line = column == std::string::npos ? column : where.rfind(':', column - 1);
     if (line != std::string::npos && !where.starts_with("??")) {
-        place.file = where.substr(where.find_first_not_of('/'), line - where.find_first_not_of('/'));
+        const std::size_t start = where.find_first_not_of('/');
+        place.file = where.substr(start, line - start);
         place.line = static_cast<unsigned>(std::strtoul(where.c_str() + line + 1, nullptr, 10));
     }
     return place;
 }
 
-SourcePlace lookUp(const std::filesystem::path &image, std::uint32_t address) {
+std::vector<SourcePlace> parse(const std::string &output) {
+    std::vector<SourcePlace> places;
+    std::istringstream lines(output);
+    std::string function;
+    std::string where;
+    while (std::getline(lines, function) && std::getline(lines, where) && !function.starts_with("??")) {
+        places.push_back(placeOf(function, where));
+    }
+    return places;
+}
+
+std::vector<SourcePlace> lookUp(const std::filesystem::path &image, std::uint32_t address) {
     for (const char *tool : {"llvm-symbolizer-19", "llvm-symbolizer"}) {
         const std::string output = outputOf(std::string(tool) + " --relative-address --obj=" + quoted(image.string()) +
                                             " " + hex(address) + " 2>/dev/null");
@@ -65,9 +71,10 @@ SourcePlace lookUp(const std::filesystem::path &image, std::uint32_t address) {
 
 } // namespace
 
-SourcePlace placeInSource(const std::filesystem::path &image, std::uint32_t address) {
+std::vector<SourcePlace> placesInSource(const std::filesystem::path &image, std::uint32_t address) {
     static std::mutex mutex;
-    static auto &known = *new std::map<std::pair<std::string, std::uint32_t>, SourcePlace>; // outlives everybody
+    static auto &known =
+        *new std::map<std::pair<std::string, std::uint32_t>, std::vector<SourcePlace>>; // outlives everybody
     const std::lock_guard lock(mutex);
     const auto [entry, isNew] = known.try_emplace({image.string(), address});
     if (isNew) {

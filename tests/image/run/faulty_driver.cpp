@@ -13,6 +13,7 @@ namespace {
 
 const volatile ULONG constants[4] = {1, 2, 3, 4};
 ULONG mistake;
+PDRIVER_INITIALIZE volatile entry = DriverEntry;
 
 __attribute__((noinline)) void readNear(volatile ULONG *pointer) {
     mistake = *pointer; // line of nearNull
@@ -42,6 +43,10 @@ __attribute__((noinline)) ULONG overrunStack(ULONG count) {
 __attribute__((noinline)) void callPastTable(ULONG index) {
     using Routine = void (*)(PWDF_DRIVER_GLOBALS);
     reinterpret_cast<Routine>(WdfFunctions[index])(nullptr); // line of pastTable
+}
+
+[[noreturn]] __attribute__((noinline)) void reachTheUnreachable() {
+    __builtin_trap(); // line of unreachable
 }
 
 __attribute__((noinline)) void callInto(PUCHAR function) {
@@ -131,12 +136,12 @@ extern "C" NTSTATUS DriverEntry(PDRIVER_OBJECT driver, PUNICODE_STRING registryP
     case Mistake::fastFail:
         RtlFailFast(FAST_FAIL_CORRUPT_LIST_ENTRY); // line of fastFail
     case Mistake::unreachable:
-        __builtin_trap(); // line of unreachable
+        reachTheUnreachable();
     case Mistake::pastTable:
         callPastTable(444 + mistake);
         break;
     case Mistake::callTarget:
-        callInto(reinterpret_cast<PUCHAR>(&DriverEntry));
+        callInto(reinterpret_cast<PUCHAR>(entry));
         break;
     case Mistake::kernelPointer:
         touchInKernel(reinterpret_cast<PCWSTR>(16));
