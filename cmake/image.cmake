@@ -7,8 +7,9 @@
 # makes NAME.sys and NAME.pdb in DIRECTORY (default: <binary dir>/image) out of SOURCES (default: every .cpp below src)
 # and the entry stub. The target driver_image has the properties DRIVER_IMAGE, DRIVER_IMAGE_PDB and
 # DRIVER_IMAGE_MAP (the addresses of its functions, for tests). UNPROVEN leaves the proofs of platform/asserts out.
-# With MYRTELHAVEN_KIT, headers, import libraries and entry stub are those of the official kit (cmake/kit.cmake), else those
-# of platform/. Every object is a command of its own in the one build graph: parallel, incremental, with header dependencies.
+# With MYRTELHAVEN_KIT, headers, import libraries and entry stub are those of the official kit (cmake/kit.cmake), else
+# those of platform/. Every object is a command of its own in the one build graph: parallel, incremental, with header
+# dependencies. NAME of the target with _objects behind it compiles and links nothing.
 #
 # The bytes depend on the sources and tools alone, not on the folders. Therefore the tools see relative names only: a
 # link in the binary directory, IMAGE_LINK, leads to the sources.

@@ -68,7 +68,8 @@ foreach(folder IN ITEMS km/crt km shared)
     kit_need("Include/${kit_version}/${folder}" kit_includes)
 endforeach()
 kit_need("Include/wdf/kmdf/${WDK_KMDF_VERSION}" kit_includes)
-foreach(header IN ITEMS "${kit_version}/km/ntifs.h" "${kit_version}/shared/ntdef.h" "wdf/kmdf/${WDK_KMDF_VERSION}/wdf.h")
+foreach(header IN ITEMS "${kit_version}/km/ntifs.h" "${kit_version}/shared/ntdef.h"
+                        "wdf/kmdf/${WDK_KMDF_VERSION}/wdf.h")
     kit_need("Include/${header}" kit_headers)
 endforeach()
 
@@ -90,7 +91,8 @@ message(STATUS "Driver kit: ${WDK_ROOT}, version ${kit_version}, KMDF ${WDK_KMDF
 
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 set(kit_overlay "${CMAKE_CURRENT_BINARY_DIR}/kit-headers.yaml")
-execute_process(COMMAND "${Python3_EXECUTABLE}" "${CMAKE_CURRENT_LIST_DIR}/../tools/header_overlay.py" "${kit_overlay}" ${kit_includes}
+execute_process(COMMAND "${Python3_EXECUTABLE}" -B "${CMAKE_CURRENT_LIST_DIR}/../tools/header_overlay.py"
+                        "${kit_overlay}" ${kit_includes}
                 COMMAND_ERROR_IS_FATAL ANY)
 set(IMAGE_HEADER_OPTIONS --config "${CMAKE_CURRENT_LIST_DIR}/kit-definitions.cfg" -D_ARM64_ -DARM64
     "-ffile-prefix-map=${WDK_ROOT}/=kit/" -ivfsoverlay "${kit_overlay}")

@@ -3,10 +3,11 @@
 
 usage: tools/check_headers.py [--official-sdk] [--official-kit FOLDER…]
 
-They are proved of our own headers, for Windows on ARM64 and on x64 and for 64-bit Linux. On demand also of official ones:
+They are proved of our own headers, for Windows on ARM64 and on x64 and for 64-bit Linux; on demand of official ones
+instead:
   --official-sdk         the user-mode headers, package Microsoft.Windows.SDK.CPP, which `dotnet` fetches
   --official-kit FOLDER… the driver kit's, found below the folders: ntifs.h, ntdef.h, wdf.h of kmdf/1.15
-A fact about a name that official headers don't declare can't be compared, and is counted as skipped.
+A fact about a name that official headers don't declare can't be compared with them, and is counted as such.
 The exit status is 0 when every fact holds, 1 when one differs, 2 when headers can't be had or compiled.
 """
 import argparse
@@ -15,6 +16,7 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 from tempfile import TemporaryDirectory
 
+sys.dont_write_bytecode = True  # the tools' folder stays as it is
 import official_headers
 from facts import FactError, Headers, assertion_files, prove
 
@@ -24,7 +26,8 @@ linux = ["--target=x86_64-linux-gnu", "-fshort-wchar", "-fsigned-char"]
 
 
 def windows(processor):
-    return [f"--target={processor}-pc-windows-msvc", "-nostdlibinc", "-fms-extensions", "-fms-compatibility-version=19.40"]
+    return [f"--target={processor}-pc-windows-msvc", "-nostdlibinc", "-fms-extensions",
+            "-fms-compatibility-version=19.40"]
 
 
 def own_headers():
@@ -52,17 +55,19 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--official-sdk", action="store_true")
     parser.add_argument("--official-kit", metavar="FOLDER", nargs="+", type=Path)
-    parser.add_argument("--list-skipped", action="store_true", help="name every fact that could not be compared")
+    parser.add_argument("--list-skipped", action="store_true", help="name the facts that could not be compared")
     arguments = parser.parse_args()
     differs = False
     with TemporaryDirectory() as scratch, ThreadPoolExecutor() as pool:
-        print(f"{'headers for':24}{'facts':>7}{'held':>7}{'differ':>8}{'skipped':>9}")
-        for headers in own_headers() + official(arguments, Path(scratch)):
+        wanted = arguments.official_sdk or arguments.official_kit
+        chosen = official(arguments, Path(scratch)) if wanted else own_headers()
+        print(f"{'headers for':24}{'facts':>7}{'held':>7}{'differ':>8}{'undeclared':>12}")
+        for headers in chosen:
             results = list(pool.map(lambda file: prove(file, headers), assertion_files(root)))
             facts, skipped, differing = (sum((getattr(result, part) for result in results), [])
                                          for part in ("facts", "skipped", "differing"))
             print(f"{headers.name:24}{len(facts):7}{len(facts) - len(skipped) - len(differing):7}"
-                  f"{len(differing):8}{len(skipped):9}", flush=True)
+                  f"{len(differing):8}{len(skipped):12}", flush=True)
             for fact, reason in differing + (skipped if arguments.list_skipped else []):
                 print(f"    {fact}: {reason}")
             differs |= bool(differing)

@@ -29,8 +29,8 @@ class KitBuild(BuildTest):
         fake_kit.make_libraries(cls.kit, cls.image.parent / "objects")
 
     def configure(self, kit, *options):
-        return configure_image(root, self.folder / "build", "-DMYRTELHAVEN_KIT=ON", f"-DWDK_ROOT={kit}", "-DWDK_VERSION=",
-                               "-DMYRTELHAVEN_KIT_COMPILE_ONLY=OFF", *options)
+        return configure_image(root, self.folder / "build", "-DMYRTELHAVEN_KIT=ON", f"-DWDK_ROOT={kit}",
+                               "-DWDK_VERSION=", "-DMYRTELHAVEN_KIT_COMPILE_ONLY=OFF", *options)
 
     def refused(self, kit, *options):
         result = self.configure(kit, *options)

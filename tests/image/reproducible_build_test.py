@@ -58,7 +58,8 @@ class ReproducibleBuild(BuildTest):
         pdb = bytearray(self.image.with_suffix(".pdb").read_bytes())
         pdb[0x40] ^= 1
         changed.with_suffix(".pdb").write_bytes(pdb)
-        self.assertRegex(difference(self.image.with_suffix(".pdb"), changed.with_suffix(".pdb")), "first in offset 0x40$")
+        told = difference(self.image.with_suffix(".pdb"), changed.with_suffix(".pdb"))
+        self.assertRegex(told, "differ in 1 bytes, first in offset 0x40$")
 
 
 if __name__ == "__main__":
