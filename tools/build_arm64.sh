@@ -11,4 +11,5 @@ fi
 if [ ! -f "$root/build/arm64/build.ninja" ]; then
     cmake --preset arm64 -S "$root" >/dev/null
 fi
-NINJA_STATUS='[%f/%t] ' cmake --build "$root/build/arm64" --target "$@"
+export NINJA_STATUS='[%f/%t] '
+cmake --build "$root/build/arm64" --target "$@"

@@ -2,10 +2,11 @@
 
 build_packages="clang-19 lld-19 llvm-19 libclang-rt-19-dev cmake ninja-build libyaml-cpp-dev libfmt-dev libicu-dev
     nlohmann-json3-dev libcli11-dev"
+run_packages="$build_packages qemu-user"
 bench_packages="$build_packages libbenchmark-dev valgrind python3"
 package_packages="$build_packages openssl osslsigncode python3"
 test_packages="$bench_packages libgtest-dev libgmock-dev clang-format-19 clang-tidy-19
-    python3-jsonschema python3-yaml $package_packages"
+    python3-jsonschema python3-yaml $run_packages $package_packages"
 
 need_packages() {
     local missing=()

@@ -233,7 +233,8 @@ class Playback {
     /// With the files of the machine, when they are kept.
     void keepRegistry() {
         if (!options_.keepFiles.empty()) {
-            std::ofstream(machine_.kernel().files.systemRoot() / "registry.reg") << registryListing(machine_.kernel().registry);
+            std::ofstream(machine_.kernel().files.systemRoot() / "registry.reg")
+                << registryListing(machine_.kernel().registry);
         }
     }
 

@@ -105,7 +105,8 @@ void MappedImage::check() const {
 void MappedImage::reserve() {
     const std::uint64_t preferred = file_.base();
     for (int attempt = 0; attempt < 64; ++attempt) {
-        const std::uint64_t wanted = (0x10'0000'0000 + randomNumber() % 0x20'0000'0000) / baseAlignment * baseAlignment;
+        const std::uint64_t wanted =
+            (0x2000'0000'0000 + randomNumber() % 0x2000'0000'0000) / baseAlignment * baseAlignment;
         if (wanted < preferred + size_ && preferred < wanted + size_) {
             continue;
         }
