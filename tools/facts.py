@@ -43,20 +43,19 @@ def assertion_files(root):
     return sorted((root / "platform/asserts").glob("*.cpp"))
 
 
-def compile_facts(file, headers, *options, source=None):
+def compile_facts(file, headers, *options, source):
     """What the compiler writes and says, standing in the folder of assertions."""
     command = [compiler, "-std=c++20", *headers.options, *options, "-fno-spell-checking", "-ferror-limit=0",
-               "-fno-caret-diagnostics", "-Wno-everything", "-I", str(file.parent)]
-    if source is None:
-        return subprocess.run([*command, file.name], cwd=file.parent, capture_output=True, text=True)
-    return subprocess.run([*command, "-x", "c++", "-"], cwd=file.parent, input=source, capture_output=True, text=True)
+               "-fno-caret-diagnostics", "-Wno-everything", "-I", str(file.parent), "-x", "c++", "-"]
+    return subprocess.run(command, cwd=file.parent, input=source, capture_output=True, text=True, check=False)
 
 
 def list_facts(file, headers):
-    listing = compile_facts(file, headers, "-E", "-P", "-DCHECK_LIST")
+    text = file.read_text(encoding="utf-8")
+    listing = compile_facts(file, headers, "-E", "-P", "-DCHECK_LIST", source=text)
     if listing.returncode:
         raise FactError(f"{file.name} with headers for {headers.name}:\n{listing.stderr}")
-    lines = file.read_text(encoding="utf-8").split("\n")
+    lines = text.split("\n")
     facts, before = [], 0
     for last in map(int, re.findall(r'@fact ".*?" (\d+)', listing.stdout)):
         text = " ".join(line.strip() for line in lines[before:last])
@@ -69,13 +68,13 @@ def errors_by_fact(facts, said, file, headers):
     found = {}
     for error in diagnostic.finditer(said):
         fact = next((fact for fact in facts if int(error["line"]) <= fact.last_line), None)
-        if error["file"] not in (file.name, "<stdin>") or fact is None or not fact.text.startswith("CHECK"):
-            raise FactError(f"{headers.name}: {error.group()}")
+        if error["file"] != "<stdin>" or fact is None or not fact.text.startswith("CHECK"):
+            raise FactError(f"{file.name} with headers for {headers.name}: {error.group()}")
         found.setdefault(fact, []).append(error["text"])
     return found
 
 
-def without(text, facts, removed):
+def without(text, removed):
     """The source text with some facts blanked, every other one on its line."""
     lines = text.split("\n")
     for fact in removed:
@@ -90,21 +89,20 @@ def without(text, facts, removed):
 
 
 def prove(file, headers):
-    """Proves the facts of one file. Official headers may lack a name; our own may not."""
+    """Proves the facts of one file. What official headers lack, or declare otherwise, is put aside until the rest compiles:
+    only then does the compiler tell which facts the optimiser finds false."""
     result = Result(list_facts(file, headers))
-    remaining, text = list(result.facts), file.read_text(encoding="utf-8")
-    if headers.official:
-        said = compile_facts(file, headers, "-fsyntax-only", "-DCHECK_FOLDED", source=text).stderr
-        for fact, errors in errors_by_fact(remaining, said, file, headers).items():
-            absent = [error for error in errors if undeclared.search(error)]
-            (result.skipped if absent else result.differing).append((fact, (absent or errors)[0]))
-        gone = [fact for fact, _ in result.skipped + result.differing]
-        remaining = [fact for fact in remaining if fact not in gone]
-        text = without(text, result.facts, gone)
     how = ["-O2", "-S", "-o", "/dev/null", "-DCHECK_FOLDED"] if headers.official else ["-fsyntax-only"]
-    proof = compile_facts(file, headers, *how, source=text)
-    for fact, errors in errors_by_fact(remaining, proof.stderr, file, headers).items():
-        result.differing.append((fact, errors[0]))
-    if proof.returncode and not result.differing:
-        raise FactError(f"{headers.name}: {proof.stderr}")
-    return result
+    remaining, text = result.facts, file.read_text(encoding="utf-8")
+    while True:
+        proof = compile_facts(file, headers, *how, source=text)
+        found = errors_by_fact(remaining, proof.stderr, file, headers)
+        if proof.returncode and not found:
+            raise FactError(f"{file.name} with headers for {headers.name}: {proof.stderr}")
+        for fact, errors in found.items():
+            absent = [error for error in errors if headers.official and undeclared.search(error)]
+            (result.skipped if absent else result.differing).append((fact, (absent or errors)[0]))
+        if all(false_fact.search(error) for errors in found.values() for error in errors):
+            return result
+        remaining = [fact for fact in remaining if fact not in found]
+        text = without(text, found)

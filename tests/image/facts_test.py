@@ -1,6 +1,7 @@
 """Facts about headers: proved of our own for each target, and compared with a kit's as far as the kit declares them."""
 import re
 import shutil
+import sys
 import tempfile
 import unittest
 from pathlib import Path
@@ -30,10 +31,10 @@ class Facts(BuildTest):
         for name, before, after in changes:
             file = next(path for path in self.folder.rglob(name) if before in path.read_text(encoding="utf-8"))
             file.write_text(file.read_text(encoding="utf-8").replace(before, after), encoding="utf-8")
-        return run(tool, "--list-skipped", "--official-kit", self.folder)
+        return run(sys.executable, tool, "--list-skipped", "--official-kit", self.folder)
 
     def test_hold_of_our_own_headers_for_every_target(self):
-        targets = rows(self.require(run(tool)))
+        targets = rows(self.require(run(sys.executable, tool)))
         print(*(f"{name}: {facts} facts" for name, (facts, *_) in targets.items()), sep="\n")
         self.assertEqual(list(targets), ["Windows ARM64", "Windows x64", "Linux x64"])
         files = (root / "platform/asserts").glob("*.cpp")
@@ -60,17 +61,16 @@ class Facts(BuildTest):
         self.assertEqual(held, facts - differing - skipped)
 
     def test_of_the_sdk_are_left_out_with_a_message_where_nothing_fetches_it(self):
-        for program in "clang++-19", "python3", "env":
-            (self.folder / program).symlink_to(shutil.which(program))
-        said = run(tool, "--official-sdk", env={"PATH": str(self.folder)})
+        (self.folder / "clang++-19").symlink_to(shutil.which("clang++-19"))
+        said = run(sys.executable, tool, "--official-sdk", env={"PATH": str(self.folder)})
         self.assertEqual(said.returncode, 0, said.stdout)
         self.assertIn("skipped: no `dotnet` on this machine", said.stdout)
 
     def test_of_a_kit_that_is_not_there_are_an_error(self):
-        said = run(tool, "--official-kit", self.folder)
+        said = run(sys.executable, tool, "--official-kit", self.folder)
         self.assertEqual(said.returncode, 2)
         self.assertIn(f"no ntifs.h below {self.folder}", said.stdout)
-        said = run(tool, "--official-kit", self.folder / "none")
+        said = run(sys.executable, tool, "--official-kit", self.folder / "none")
         self.assertIn("is not a folder", said.stdout)
         self.assertEqual(said.returncode, 2)
 

@@ -14,19 +14,24 @@ def sections(image):
 
 
 def place(image, offset):
-    if image[:2] == b"MZ":
-        for name, begin, size in sections(image):
-            if begin <= offset < begin + size:
-                return f"section {name}, offset {offset - begin:#x}"
-        return f"headers, offset {offset:#x}"
-    return f"offset {offset:#x}"
+    """The part of a file that an offset is in, and where that part begins."""
+    if image[:2] != b"MZ":
+        return "file", 0
+    for name, begin, size in sections(image):
+        if begin <= offset < begin + size:
+            return f"section {name}", begin
+    return "headers", 0
 
 
 def difference(first, second):
-    """None when both files have the same bytes, else a sentence."""
+    """None when both files have the same bytes, else a sentence: in which parts, and where in each the first byte is."""
     one, other = first.read_bytes(), second.read_bytes()
     if one == other:
         return None
     differing = [offset for offset, (a, b) in enumerate(zip(one, other)) if a != b]
-    where = f"first in {place(one, differing[0])}" if differing else "in length alone"
-    return (f"{first} ({len(one)} bytes) and {second} ({len(other)} bytes) differ in {len(differing)} bytes, {where}")
+    parts = {}
+    for offset in differing:
+        name, begin = place(one, offset)
+        parts.setdefault(name, f"{name} from offset {offset - begin:#x}")
+    where = ", ".join(parts.values()) or "length alone"
+    return f"{first} ({len(one)} bytes) and {second} ({len(other)} bytes) differ in {len(differing)} bytes: {where}"

@@ -36,8 +36,8 @@ class ReproducibleBuild(BuildTest):
         return source / "out/image" / self.image.name
 
     def assert_same(self, first, second):
-        for suffix in ".sys", ".pdb":
-            self.assertIsNone(difference(first.with_suffix(suffix), second.with_suffix(suffix)))
+        told = [difference(first.with_suffix(suffix), second.with_suffix(suffix)) for suffix in (".sys", ".pdb")]
+        self.assertEqual(told, [None, None])
 
     def test_gives_the_same_bytes_in_any_folder_and_surroundings(self):
         with ThreadPoolExecutor() as pool:
@@ -52,14 +52,14 @@ class ReproducibleBuild(BuildTest):
         begin = int.from_bytes(image[text + 20:text + 24], "little")
         image[begin + 0x123] ^= 1
         changed.write_bytes(image)
-        self.assertRegex(difference(self.image, changed), "differ in 1 bytes, first in section .text, offset 0x123$")
+        self.assertRegex(difference(self.image, changed), "differ in 1 bytes: section .text from offset 0x123$")
         changed.write_bytes(self.image.read_bytes() + b"\0")
-        self.assertRegex(difference(self.image, changed), "differ in 0 bytes, in length alone$")
+        self.assertRegex(difference(self.image, changed), "differ in 0 bytes: length alone$")
         pdb = bytearray(self.image.with_suffix(".pdb").read_bytes())
         pdb[0x40] ^= 1
         changed.with_suffix(".pdb").write_bytes(pdb)
         told = difference(self.image.with_suffix(".pdb"), changed.with_suffix(".pdb"))
-        self.assertRegex(told, "differ in 1 bytes, first in offset 0x40$")
+        self.assertRegex(told, "differ in 1 bytes: file from offset 0x40$")
 
 
 if __name__ == "__main__":
