@@ -32,6 +32,10 @@ class Results(unittest.TextTestResult):
         self.outcomes = getattr(self, "outcomes", {})
         self.outcomes[test.id()] = False  # also of a class whose set-up failed
 
+    def addSkip(self, test, reason):
+        super().addSkip(test, reason)
+        del self.outcomes[test.id()]
+
     def addSubTest(self, test, subtest, err):
         super().addSubTest(test, subtest, err)
         if err is not None:
@@ -64,5 +68,5 @@ paths = [pathlib.Path(argument).resolve() for argument in sys.argv[1:]]
 if not paths:
     sys.exit(__doc__)
 result = unittest.TextTestRunner(resultclass=Results).run(unittest.TestSuite(map(load, paths)))
-write_report(getattr(result, "outcomes", {}), "python-" + paths[0].parent.name)
+write_report(getattr(result, "outcomes", {}), f"{paths[0].parent.name}-{paths[0].stem}")
 sys.exit(0 if result.wasSuccessful() and result.testsRun else 1)
