@@ -31,7 +31,9 @@ void Jobs::run(std::string title, std::function<void()> action) {
 
 bool Jobs::standStill() const {
     const auto running = std::count_if(jobs_.begin(), jobs_.end(), [](const Job &job) { return !job.over; });
-    if (sim::framework::parkedSends() < static_cast<std::size_t>(running)) {
+    // What waits for a device waits, in the end, for the process that the device's add waits for.
+    const std::size_t waiting = sim::framework::parkedSends() + machine_.waitingForDevices();
+    if (waiting < static_cast<std::size_t>(running)) {
         return false;
     }
     const auto due = machine_.kernel().clock.firstTimeOut();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace sim::machine {
 
@@ -142,7 +143,11 @@ NodeClaim DeviceTree::claim(Node &node) {
     if (node.state.owner == self) {
         throw std::logic_error("device \"" + node.description().name + "\" is being worked on by this very thread");
     }
-    released_.wait(lock, [&] { return node.state.owner == std::thread::id(); });
+    while (node.state.owner != std::thread::id()) {
+        ++node.state.claimants;
+        ++claimants_;
+        released_.wait(lock, [&, before = node.state.releases] { return node.state.releases != before; });
+    }
     if (node.state.gone) {
         return {};
     }
@@ -153,6 +158,8 @@ NodeClaim DeviceTree::claim(Node &node) {
 void DeviceTree::release(Node &node) {
     const std::lock_guard guard(mutex);
     node.state.owner = {};
+    ++node.state.releases;
+    claimants_ -= std::exchange(node.state.claimants, 0); // they are on their way, and may come to wait again
     released_.notify_all();
 }
 

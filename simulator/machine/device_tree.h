@@ -56,6 +56,8 @@ class DeviceTree {
     /// Waits until nobody works on the node and makes this thread its owner. Empty when the node has left the tree.
     /// Throws std::logic_error when this thread owns it already (a call from inside one of its own callbacks).
     NodeClaim claim(Node &node);
+    /// How many threads wait in `claim` for a node that somebody works on.
+    std::size_t claimants() const { return claimants_; }
 
   private:
     friend class NodeClaim;
@@ -63,6 +65,7 @@ class DeviceTree {
     void collect(const Node &node, std::vector<Node *> &result) const;
 
     std::condition_variable released_;
+    std::atomic<std::size_t> claimants_ = 0;
     std::shared_ptr<Node> root_;
     std::unordered_map<PDEVICE_OBJECT, Node *> byDevice_;
     std::vector<std::shared_ptr<Node>> removed_; ///< callers may still hold references to them

@@ -287,6 +287,10 @@ void Machine::settle() {
     implementation_->driver.unmapUnused();
 }
 
+std::size_t Machine::waitingForDevices() const {
+    return implementation_->plugAndPlay.tree().claimants();
+}
+
 std::vector<std::string> Machine::leaks() {
     settle();
     std::vector<std::string> lines = kernel().leaks();

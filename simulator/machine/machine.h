@@ -144,6 +144,8 @@ class Machine {
     /// and replug from outside does the first at its end, every add the second.
     /// Records that the work queue holds back stay there while it is in order; a free one must not be paused.
     void settle();
+    /// How many threads wait for a device that another thread's plug, start or removal is not done with.
+    std::size_t waitingForDevices() const;
     /// What the driver left behind; empty after a clean unload.
     std::vector<std::string> leaks();
 

@@ -75,9 +75,11 @@ class Node final : public DeviceNode {
         ChildList *childList = nullptr; ///< where its function driver reports devices; null without one
         std::u16string driverKey;       ///< "{class}\0001", empty before installation
         std::uint32_t capabilityAddress = noAddress;
-        std::thread::id owner;  ///< thread that works on the node; nobody by default
-        bool departing = false; ///< it or its stack is going away: nothing new may come below it
-        bool gone = false;      ///< it has left the tree
+        std::thread::id owner;     ///< thread that works on the node; nobody by default
+        std::size_t claimants = 0; ///< threads that wait to own it
+        std::size_t releases = 0;  ///< how often an owner was done with it
+        bool departing = false;    ///< it or its stack is going away: nothing new may come below it
+        bool gone = false;         ///< it has left the tree
 
         bool acceptsChildren() const { return started && !departing && !gone; }
     } state;

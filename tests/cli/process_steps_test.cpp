@@ -89,6 +89,21 @@ TEST(ProcessSteps, tellWhatCannotBeDone) {
                             "reply to done, answer allowed: to be done | request 'done' was shown no question"));
 }
 
+TEST(ProcessSteps, letAnUnplugWaitForADeviceThatWaitsForItsAnswer) {
+    EXPECT_THAT(problemsWithService(R"(
+  - open: 7
+  - request: {code: IOCTL_WAIT_CALLBACK, as: question}
+  - request: {code: IOCTL_WAIT_NOTIFICATION, as: told}
+  - plug: stick
+  - unplug: stick
+  - expect: {devices: {stick: {state: not-started}}, requests: {question: {pending: false}}}
+  - reply: {to: question, answer: allowed}
+    expect: {devices: {stick: {state: gone}}, requests: {told: {notification: {mode: 2}}}}
+  - close: 7
+)"),
+                IsEmpty());
+}
+
 TEST(ProcessSteps, leaveNothingBehindWhenAScenarioEndsInTheMiddle) {
     EXPECT_THAT(problemsWithService(R"(
   - open: 7
