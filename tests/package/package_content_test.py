@@ -25,12 +25,18 @@ class Content(Made, unittest.TestCase):
                               "README.md", "docs/package.md"}, files)
         self.assertEqual({name for name in files if name.endswith((".pem", ".key", ".p12", ".cer"))}, set())
 
-    def test_policy_templates_and_samples_are_those_of_the_project(self):
-        for folder in ("policy", "samples"):
-            given, made = PROJECT / "packaging" / folder, self.dist / folder
-            self.assertEqual(given.exists(), made.exists())
-            if given.exists():
-                self.assertEqual(files_of(made), files_of(given))
+    def test_policies_documents_and_the_service_header_are_those_of_the_project(self):
+        for folder, given in (("policy", "packaging/policy"), ("samples", "packaging/samples"), ("docs", "docs"),
+                              ("include", "include")):
+            self.assertTrue(files_of(PROJECT / given))
+            self.assertEqual(files_of(self.dist / folder), files_of(PROJECT / given))
+
+    def test_links_of_the_documents_lead_to_files_of_the_package(self):
+        links = [(document, link) for document in self.dist.rglob("*.md")
+                 for link in re.findall(r"\]\(([^)#]+)[^)]*\)", document.read_text()) if "://" not in link]
+        self.assertGreater(len(links), 20)
+        self.assertEqual([(str(document), link) for document, link in links
+                          if not (document.parent / link).exists()], [])
 
     def test_image_and_symbols_are_those_of_the_build(self):
         self.assertEqual((self.dist / f"{NAME}.sys").read_bytes(), BUILT_IMAGE.read_bytes())
