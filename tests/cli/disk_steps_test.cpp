@@ -14,7 +14,7 @@ namespace {
 
 /// A machine with a SATA disk "bay/disk", whose driver is not loaded, and these steps after the disk was plugged in.
 std::vector<std::string> problemsOfSteps(const std::string &steps, const std::string &disk = "{}") {
-    const PlayResult result = played(R"(devices:
+    return failureTexts(played(R"(devices:
   bay:
     parent: pci
     instance: PCI\VEN_8086&DEV_A352\3&1&0&B8
@@ -23,14 +23,7 @@ std::vector<std::string> problemsOfSteps(const std::string &steps, const std::st
     removable: false
     children:
       disk: {instance: SCSI\DISK&VEN_WDC\4&1&0&0, class: DiskDrive, service: disk, disk: )" +
-                                     disk + "}\nsteps:\n  - plug: bay\n" + steps);
-    std::vector<std::string> lines;
-    for (const StepResult &step : result.steps) {
-        for (const Failure &failure : step.failures) {
-            lines.push_back(failure.what + ": " + failure.expected + " | " + failure.found);
-        }
-    }
-    return lines;
+                               disk + "}\nsteps:\n  - plug: bay\n" + steps));
 }
 
 } // namespace

@@ -4,12 +4,24 @@
 #include "cli/scenario/scenario_parser.h"
 
 #include <string>
+#include <vector>
 
 namespace cli::test {
 
 /// Plays a scenario given as text. The driver module is the one beside the tests.
 inline PlayResult played(const std::string &text) {
     return play(parseScenario(text, "s.yaml"), PlayOptions());
+}
+
+/// Every expectation that was not met and every step that could not be done: "what: expected | found".
+inline std::vector<std::string> failureTexts(const PlayResult &result) {
+    std::vector<std::string> lines;
+    for (const StepResult &step : result.steps) {
+        for (const Failure &failure : step.failures) {
+            lines.push_back(failure.what + ": " + failure.expected + " | " + failure.found);
+        }
+    }
+    return lines;
 }
 
 /// A flash drive as devices of test scenarios; further keys may follow.

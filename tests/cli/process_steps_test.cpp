@@ -14,15 +14,8 @@ namespace {
 
 /// A machine that asks a service about a flash drive, and these steps after the control device has come.
 std::vector<std::string> problemsWithService(const std::string &steps) {
-    const PlayResult result = played(stickUnder("CallbackMode: 1, BlockedCompatibleIds: Class_08") +
-                                     "steps:\n  - load\n  - start-control-node\n" + steps);
-    std::vector<std::string> lines;
-    for (const StepResult &step : result.steps) {
-        for (const Failure &failure : step.failures) {
-            lines.push_back(failure.what + ": " + failure.expected + " | " + failure.found);
-        }
-    }
-    return lines;
+    return failureTexts(played(stickUnder("CallbackMode: 1, BlockedCompatibleIds: Class_08") +
+                               "steps:\n  - load\n  - start-control-node\n" + steps));
 }
 
 } // namespace
