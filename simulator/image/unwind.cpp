@@ -174,22 +174,17 @@ class Codes {
         }
     }
 
-    void pair(unsigned first, std::uint64_t offset) {
-        for (; pairsBehind_ > 0; --pairsBehind_) {
-            undo_.restore(first + 2 * pairsBehind_, offset + 16 * pairsBehind_);
-            undo_.restore(first + 2 * pairsBehind_ + 1, offset + 16 * pairsBehind_ + 8);
-        }
-        undo_.restore(first, offset);
-        undo_.restore(first + 1, offset + 8);
-    }
+    using Restore = void (Undo::*)(unsigned number, std::uint64_t offset);
 
-    void doublePair(unsigned first, std::uint64_t offset) {
-        for (; pairsBehind_ > 0; --pairsBehind_) {
-            undo_.restoreDouble(first + 2 * pairsBehind_, offset + 16 * pairsBehind_);
-            undo_.restoreDouble(first + 2 * pairsBehind_ + 1, offset + 16 * pairsBehind_ + 8);
+    void pair(unsigned first, std::uint64_t offset) { pairs(&Undo::restore, first, offset); }
+    void doublePair(unsigned first, std::uint64_t offset) { pairs(&Undo::restoreDouble, first, offset); }
+
+    /// The pair that a code names, and those behind it that codes before asked for.
+    void pairs(Restore restore, unsigned first, std::uint64_t offset) {
+        for (unsigned number = 0; number < 2 * (pairsBehind_ + 1); ++number) {
+            (undo_.*restore)(first + number, offset + 8 * number);
         }
-        undo_.restoreDouble(first, offset);
-        undo_.restoreDouble(first + 1, offset + 8);
+        pairsBehind_ = 0;
     }
 
     const MappedImage &image_;
