@@ -3,13 +3,10 @@
 # usage: tools/build_arm64.sh TARGET…
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+. "$root/tools/build_preset.sh"
 if [ $# -eq 0 ]; then
     echo "usage: tools/build_arm64.sh TARGET…" >&2
     exit 2
 fi
 "$root/tools/arm64_sysroot.sh" "$root/build/arm64-libraries"
-if [ ! -f "$root/build/arm64/build.ninja" ]; then
-    cmake --preset arm64 -S "$root" >/dev/null
-fi
-export NINJA_STATUS='[%f/%t] '
-cmake --build "$root/build/arm64" --target "$@"
+build_preset arm64 --target "$@"

@@ -10,9 +10,9 @@ if [ $# -ne 2 ] || [ ! -d "$root/fuzz/corpus/$1" ] || ! [[ $2 =~ ^[1-9][0-9]*$ ]
     exit 2
 fi
 . "$root/tools/packages.sh"
+. "$root/tools/build_preset.sh"
 need_packages $test_packages
-[ -f "$build/build.ninja" ] || cmake --preset sanitized -S "$root"
-NINJA_STATUS='[%f/%t] ' cmake --build "$build" --target "fuzz_$1"
+build_preset sanitized --target "fuzz_$1"
 found="$build/fuzz/$1"
 mkdir -p "$found-new"
 # Processes of their own, since a machine remembers every device that it ever had.
