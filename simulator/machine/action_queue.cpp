@@ -30,22 +30,22 @@ void ActionQueue::post(std::function<void()> action, bool atOnce) {
     changed_.notify_all();
 }
 
-void ActionQueue::drain() {
+bool ActionQueue::drain() {
     if (insideAction) {
-        return;
+        return false;
     }
     std::unique_lock lock(mutex_);
     while (true) {
         // One that waits for a process is not waited for: the process may be the caller's. Whoever runs it goes on with
         // those behind it, which may be about the same device.
         if (running_ != 0 && framework::parkedSends() != 0) {
-            return;
+            return false;
         }
         if (runOne(lock)) {
             continue;
         }
         if (running_ == 0) {
-            return;
+            return true;
         }
         changed_.wait_for(lock, std::chrono::milliseconds(1));
     }

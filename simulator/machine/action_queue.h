@@ -20,8 +20,8 @@ class ActionQueue {
 
     void post(std::function<void()> action, bool atOnce);
     /// Runs or waits for everything posted so far and whatever that posts, but for actions in which a driver waits for
-    /// a process of user mode. Called by an action it does nothing.
-    void drain();
+    /// a process of user mode: false when one of those still runs. Called by an action it does nothing.
+    bool drain();
 
   private:
     bool runOne(std::unique_lock<std::mutex> &lock);

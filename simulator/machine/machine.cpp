@@ -276,15 +276,16 @@ std::vector<DeviceNode *> Machine::nodes() {
     return {all.begin(), all.end()};
 }
 
-void Machine::settle() {
+bool Machine::settle() {
     WorkQueue &workers = implementation_->kernel.workers;
-    implementation_->plugAndPlay.runPending();
+    const bool done = implementation_->plugAndPlay.runPending();
     if (workers.mode() == WorkQueue::Mode::free) {
         workers.drain();
     } else {
         workers.settle();
     }
     implementation_->driver.unmapUnused();
+    return done;
 }
 
 std::size_t Machine::waitingForDevices() const {

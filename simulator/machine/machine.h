@@ -143,7 +143,8 @@ class Machine {
     /// Does what was put off (port cycles, device state questions) and waits for queued log records. Every plug, unplug
     /// and replug from outside does the first at its end, every add the second.
     /// Records that the work queue holds back stay there while it is in order; a free one must not be paused.
-    void settle();
+    /// False when something goes on, since the driver waits in it for a process of user mode.
+    bool settle();
     /// How many threads wait for a device that another thread's plug, start or removal is not done with.
     std::size_t waitingForDevices() const;
     /// What the driver left behind; empty after a clean unload.

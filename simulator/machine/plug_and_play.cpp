@@ -56,12 +56,13 @@ PlugAndPlay::~PlugAndPlay() {
     kernel().invalidateDeviceState = nullptr;
 }
 
-void PlugAndPlay::runPending() {
+bool PlugAndPlay::runPending() {
     if (operationDepth != 0) {
-        return;
+        return false;
     }
-    actions_.drain();
+    const bool done = actions_.drain();
     finishPostponedRemovals();
+    return done;
 }
 
 void PlugAndPlay::fileClosed() {

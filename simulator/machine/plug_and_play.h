@@ -34,8 +34,9 @@ class PlugAndPlay {
     /// Orderly removal (query, then remove) of every device with this driver in its stack, newest first.
     void removeDevicesOf(PDRIVER_OBJECT driver);
 
-    /// Does what was put off: port cycles, device state questions, removals that waited for handles to be closed.
-    void runPending();
+    /// Does what was put off: port cycles, device state questions, removals that waited for handles to be closed. False
+    /// when some of it goes on, since it waits for a process of user mode or since this is a part of it.
+    bool runPending();
     /// Something that the system does soon, in a thread of its own or, while the machine's workers run in order, before
     /// the next runPending is over.
     void runLater(std::function<void()> action) { post(std::move(action)); }

@@ -16,7 +16,8 @@ namespace {
 
 constexpr unsigned pluggingThreads = 3;
 constexpr unsigned policyThread = pluggingThreads; // the others are threads of service processes
-constexpr unsigned roundsOfDevices = 8;
+constexpr unsigned roundsOfDevices = 8;            // at least; more as long as no service was asked or told in time
+constexpr unsigned roundThatStays = 50'000;
 constexpr unsigned turnsOfALife = 6;
 
 enum class Role { asked, told };
@@ -46,12 +47,11 @@ class ServiceStorm : public RaceTest, public testing::WithParamInterface<Role> {
     void use(Service &service, unsigned what);
 
     std::atomic<unsigned> pluggers = pluggingThreads;
-    std::atomic<unsigned> lives = 0; ///< that were let in
     std::atomic<unsigned> shown = 0; ///< questions answered, decisions told
 };
 
 void ServiceStorm::plugAndUnplug(unsigned thread) {
-    for (unsigned round = 0; round < roundsOfDevices; ++round) {
+    for (unsigned round = 0; round < roundsOfDevices || shown == 0; ++round) {
         sim::DeviceDescription device = numberedDrive(thread, round);
         device.usb->answersLater = round % 3 == 1;
         const bool isRemote = round % 3 == 2;
@@ -65,7 +65,7 @@ void ServiceStorm::plugAndUnplug(unsigned thread) {
             machine().unplug(*node);
         }
     }
-    machine().plug(numberedDrive(thread, roundsOfDevices)); // stays
+    machine().plug(numberedDrive(thread, roundThatStays));
     --pluggers;
 }
 
@@ -84,7 +84,6 @@ void ServiceStorm::live(unsigned thread, unsigned life) {
         std::this_thread::yield();
         return;
     }
-    ++lives;
     const auto park = [&] { return service.begin(IOCTL_WAIT_NOTIFICATION, sizeof(NotificationInfo)); };
     sim::UserProcess::Io parked = isAsked() ? nullptr : park();
     for (unsigned turn = 0; turn < turnsOfALife && pluggers != 0; ++turn) {
@@ -142,7 +141,7 @@ void ServiceStorm::storm() {
             }
         }
     });
-    machine().settle();
+    awaitQuiet(); // rescans cycle ports, and who comes back asks again
     completeForgotten();
 }
 
@@ -150,8 +149,6 @@ TEST_P(ServiceStorm, LeavesEveryDeviceUnderTheLastPolicyAndTheLogWhole) {
     start();
     const Ticker ticker(kernel().clock);
     storm();
-    EXPECT_GT(lives, 0U);
-    EXPECT_GT(shown, 0U);
     EXPECT_EQ(behaviour::driverState(machine()).controlDevice->m_openCount, 0U);
     EXPECT_EQ(behaviour::driverState(machine()).controlDevice->m_processId, 0U);
     for (const std::uint32_t policy : {modeBlocked, modeReadOnly, modeAllowed}) { // by the rules, without a service
@@ -159,7 +156,7 @@ TEST_P(ServiceStorm, LeavesEveryDeviceUnderTheLastPolicyAndTheLogWhole) {
         EXPECT_EQ(rescan(), STATUS_SUCCESS);
         machine().settle();
         for (unsigned thread = 0; thread < pluggingThreads; ++thread) {
-            const std::string name = driveName(thread, roundsOfDevices);
+            const std::string name = driveName(thread, roundThatStays);
             sim::DeviceNode *node = machine().find(name);
             ASSERT_NE(node, nullptr);
             EXPECT_EQ(decisionOf(name).returned, STATUS_SUCCESS);

@@ -7,7 +7,9 @@
 #include "tests/behaviour/support/control_code.h"
 #include "tests/behaviour/support/driver_state.h"
 
+#include <chrono>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 namespace races {
@@ -141,6 +143,12 @@ void RaceTest::expectNumberedLines(unsigned threads, std::uint32_t count) {
     const auto found = countLines("INFO onIoDeviceControl");
     EXPECT_EQ(found.size(), expected.size());
     EXPECT_TRUE(found == expected) << "a line is missing, not whole, or there more than once";
+}
+
+void RaceTest::awaitQuiet() {
+    while (!machine().settle()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
 }
 
 void RaceTest::completeForgotten() {

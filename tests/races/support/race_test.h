@@ -63,6 +63,8 @@ class RaceTest : public testing::Test, protected sim::MachineObserver {
     /// The number of a thread's nth line.
     static std::uint32_t numberOf(unsigned thread, std::uint32_t nth) { return thread * 100'000 + nth; }
 
+    /// Waits until nothing goes on in the machine. Questions end by their time-out, so the clock must go on.
+    void awaitQuiet();
     /// A request of a service that a pass holds when the question for it is gone may be forgotten by the driver, which
     /// keeps its process and the device. Once all is quiet this gives it back; fails the test unless `driverMayForget`.
     void completeForgotten();
