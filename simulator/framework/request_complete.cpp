@@ -92,14 +92,33 @@ Request &completable(const Call &call, WDFREQUEST handle) {
     return request;
 }
 
-/// Driver Verifier's view of a user's device control: no more bytes than the caller has room for.
-void checkInformation(const Call &call, const Request &request, NTSTATUS status, ULONG_PTR information) {
+/// How many bytes a user's request has room for. Nothing where the framework's verifier does not look.
+std::optional<ULONG_PTR> roomOf(const Request &request) {
     const IO_STACK_LOCATION &location = *IoGetCurrentIrpStackLocation(request.irp());
-    if (NT_SUCCESS(status) && request.irp()->RequestorMode == UserMode &&
-        location.MajorFunction == IRP_MJ_DEVICE_CONTROL &&
-        information > location.Parameters.DeviceIoControl.OutputBufferLength) {
-        call.violation("request", "Information " + std::to_string(information) + " exceeds the output length " +
-                                      std::to_string(location.Parameters.DeviceIoControl.OutputBufferLength));
+    if (request.irp()->RequestorMode != UserMode) {
+        return std::nullopt;
+    }
+    switch (location.MajorFunction) {
+    case IRP_MJ_READ:
+        return location.Parameters.Read.Length;
+    case IRP_MJ_WRITE:
+        return location.Parameters.Write.Length;
+    case IRP_MJ_DEVICE_CONTROL:
+        return location.Parameters.DeviceIoControl.OutputBufferLength;
+    default:
+        return std::nullopt;
+    }
+}
+
+/// What the I/O manager would stop at later, when nobody knows any more which line of the driver it was.
+void checkOutcome(const Call &call, const Request &request, NTSTATUS status, ULONG_PTR information) {
+    if (status == STATUS_PENDING) {
+        call.violation("request", "the request is completed with STATUS_PENDING");
+    }
+    const auto room = roomOf(request);
+    if (NT_SUCCESS(status) && room && information > *room) {
+        call.violation("request", "Information " + std::to_string(information) + " exceeds the request's length " +
+                                      std::to_string(*room));
     }
 }
 
@@ -109,7 +128,7 @@ VOID requestComplete(PWDF_DRIVER_GLOBALS globals, WDFREQUEST handle, NTSTATUS st
     call.client(globals);
     call.irqlAtMost(DISPATCH_LEVEL);
     Request &request = completable(call, handle);
-    checkInformation(call, request, status, request.irp()->IoStatus.Information);
+    checkOutcome(call, request, status, request.irp()->IoStatus.Information);
     request.complete(status);
 }
 
@@ -120,7 +139,7 @@ VOID requestCompleteWithInformation(PWDF_DRIVER_GLOBALS globals, WDFREQUEST hand
     call.client(globals);
     call.irqlAtMost(DISPATCH_LEVEL);
     Request &request = completable(call, handle);
-    checkInformation(call, request, status, information);
+    checkOutcome(call, request, status, information);
     request.complete(status, information);
 }
 

@@ -3,8 +3,11 @@
 #include "simulator/kernel/sanitizer.h"
 #include "simulator/kernel/strings.h"
 #include "simulator/kernel/thread.h"
+#include "simulator/machine/storage_device.h"
 #include "simulator/machine/usb_device.h"
+#include "simulator/process/user_process.h"
 
+#include <ntdddisk.h>
 #include <wdf/bind.h>
 
 #if SIM_ADDRESS_SANITIZER
@@ -78,6 +81,22 @@ class WrongImage final : public DriverImage {
 
 } // namespace
 
+namespace {
+
+void useDisk(Machine &machine) {
+    DeviceNode &stick = machine.plug(usbFlashDrive("stick", {0x0781, 0x5581, 0x0123, u"SanDisk", u"Ultra", u"A200"}));
+    UserProcess user(700);
+    UserProcess::Handle handle = 0;
+    EXPECT_EQ(user.open(machine.find("stick disk")->physicalDevice(), handle), STATUS_SUCCESS);
+    (void)user.read(handle, 0, 512);
+    (void)user.write(handle, 0, std::vector<std::uint8_t>(512, 0x5A));
+    (void)user.control(handle, {IOCTL_DISK_IS_WRITABLE, {}, 0});
+    user.die();
+    machine.unplug(stick);
+}
+
+} // namespace
+
 void PrintTo(const Mistake &mistake, std::ostream *out) {
     *out << mistake.name;
 }
@@ -89,7 +108,11 @@ std::vector<std::string> run(const Mistake &mistake) {
     options.openImage = [] { return std::make_unique<WrongImage>(); };
     Machine machine(options);
     machine.presetClassFilters();
-    machine.unplug(machine.plug(usbVendorDevice("victim", {0x1234, 0x5678})));
+    if (mistake.victim == Victim::disk) {
+        useDisk(machine);
+    } else {
+        machine.unplug(machine.plug(usbVendorDevice("victim", {0x1234, 0x5678})));
+    }
     machine.unloadDriver();
     return machine.leaks();
 }
@@ -98,7 +121,7 @@ void expectCaught(const Mistake &mistake) {
     if (!mistake.rule.empty()) {
         // "bug check [rule] routine: message", and on the next line the driver's code.
         EXPECT_DEATH(run(mistake), "bug check ." + mistake.rule + ". " + mistake.routine + ": .*" + mistake.detail +
-                                       "(.|\n)*called from .*strictness.*");
+                                       "(.|\n)*called from .*sim::strictness::");
         return;
     }
     const LeaksAreMeant leaksAreMeant;
