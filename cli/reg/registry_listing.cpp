@@ -1,6 +1,7 @@
 #include "registry_listing.h"
 
 #include "../../simulator/kernel/strings.h"
+#include "../text/display.h"
 
 #include <fmt/format.h>
 
@@ -19,24 +20,9 @@ std::string inQuotes(std::u16string_view name) {
     return "\"" + text + "\"";
 }
 
-/// Two digits per byte, with commas between; values can have megabytes.
-std::string hexBytes(const std::vector<std::uint8_t> &data) {
-    constexpr char digits[] = "0123456789abcdef";
-    std::string text;
-    text.reserve(data.size() * 3);
-    for (const std::uint8_t byte : data) {
-        if (!text.empty()) {
-            text += ',';
-        }
-        text += digits[byte >> 4];
-        text += digits[byte & 0xF];
-    }
-    return text;
-}
-
 std::string valueLine(const sim::RegistryValue &value) {
     return fmt::format("{}=hex({:x}):{}\n", value.name.empty() ? "@" : inQuotes(value.name), value.type,
-                       hexBytes(value.data));
+                       hexText(value.data, ","));
 }
 
 void list(const sim::Registry &registry, const std::u16string &path, std::string &text) {

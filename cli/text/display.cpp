@@ -60,9 +60,15 @@ std::string clipped(const std::string &text, std::size_t most) {
 }
 
 std::string hexText(const std::vector<std::uint8_t> &bytes, std::string_view separator) {
+    constexpr char digits[] = "0123456789abcdef";
     std::string text;
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        text += fmt::format("{}{:02x}", i == 0 ? std::string_view() : separator, bytes[i]);
+    text.reserve(bytes.size() * (2 + separator.size())); // of a registry, megabytes
+    for (const std::uint8_t byte : bytes) {
+        if (!text.empty()) {
+            text += separator;
+        }
+        text += digits[byte >> 4];
+        text += digits[byte & 0xF];
     }
     return text;
 }

@@ -36,7 +36,7 @@ class Undo {
 
 /// The function that holds an address, with the second word of its record.
 struct Record {
-    std::uint32_t start = 0;
+    Range function;
     std::uint32_t data = 0;
 };
 
@@ -53,7 +53,7 @@ Record recordOf(const MappedImage &image, std::uint32_t address) {
         unusable(image, address, "no function with unwind data is there");
     }
     const auto index = static_cast<std::uint32_t>(found - functions.begin());
-    return {found->address, read32(file.from(file.directory(Directory::exceptions).address + 8 * index), 4)};
+    return {*found, read32(file.from(file.directory(Directory::exceptions).address + 8 * index), 4)};
 }
 
 /// Undoes a prologue that is told code by code, the last instruction's first.
@@ -211,10 +211,10 @@ UnwoundFunction unwindFull(const MappedImage &image, const Record &record, Regis
     }
     at += oneEpilogue ? 0 : 4 * epilogues;
     if (at + 4 * words > data.size()) {
-        unusable(image, record.start, "its codes lie outside of their section");
+        unusable(image, record.function.address, "its codes lie outside of their section");
     }
-    Codes(image, record.start, data.subspan(at, 4 * words), registers).run();
-    UnwoundFunction function{{record.start, (header & 0x3FFFF) * 4}};
+    Codes(image, record.function.address, data.subspan(at, 4 * words), registers).run();
+    UnwoundFunction function{record.function};
     if (hasHandler) {
         function.handler = read32(data, at + 4 * words);
         function.handlerData = record.data + at + 4 * words + 4;
@@ -250,7 +250,7 @@ UnwoundFunction unwindPacked(const Record &record, Registers &registers) {
         undo.restoreDouble(8 + i, integerBytes + i * 8);
     }
     undo.free(savedBytes);
-    return {{record.start, (data >> 2 & 0x7FF) * 4}};
+    return {record.function};
 }
 
 } // namespace

@@ -5,24 +5,10 @@
 
 namespace sim {
 
-namespace {
-
-#if defined(__aarch64__)
-constexpr bool onArm64 = true;
-#else
-constexpr bool onArm64 = false;
-#endif
-
-} // namespace
-
 bool isPeImage(const std::filesystem::path &file) {
     char start[2] = {};
     std::ifstream(file, std::ios::binary).read(start, sizeof start);
     return start[0] == 'M' && start[1] == 'Z';
-}
-
-bool runsPeImages() {
-    return onArm64;
 }
 
 std::unique_ptr<DriverImage> openDriver(const std::filesystem::path &file) {
@@ -34,7 +20,7 @@ std::filesystem::path defaultDriver() {
         return named;
     }
     const std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-    return (folder / (onArm64 ? "../image/TarvenholtMyrtelhavenDriver.sys" : "TarvenholtMyrtelhavenDriver.so"))
+    return (folder / (runsPeImages() ? "../image/TarvenholtMyrtelhavenDriver.sys" : "TarvenholtMyrtelhavenDriver.so"))
         .lexically_normal();
 }
 

@@ -1,8 +1,8 @@
 // The command line: exit statuses, files and folders, what goes where.
 
-#include "cli/command.h"
 #include "cli/play_command.h"
 #include "cli/scenario/problem.h"
+#include "command_line.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,51 +12,13 @@
 #include <sstream>
 
 using namespace cli;
+using namespace cli::test;
 
 namespace fs = std::filesystem;
 
 namespace {
 
-struct Outcome {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-Outcome run(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), "myrtelhaven");
-    std::vector<const char *> pointers;
-    for (const std::string &argument : arguments) {
-        pointers.push_back(argument.c_str());
-    }
-    std::ostringstream out;
-    std::ostringstream err;
-    Outcome result;
-    result.status = runCommand(static_cast<int>(pointers.size()), pointers.data(), out, err);
-    result.out = out.str();
-    result.err = err.str();
-    return result;
-}
-
-class Command : public testing::Test {
-  protected:
-    Command()
-        : // The device library of a folder is read once, so each test has a folder of its own.
-          folder(fs::temp_directory_path() /
-                 (std::string("command-test-") + testing::UnitTest::GetInstance()->current_test_info()->name())) {
-        fs::remove_all(folder);
-        fs::create_directories(folder);
-    }
-    ~Command() override { fs::remove_all(folder); }
-
-    std::string write(const std::string &name, const std::string &text) {
-        fs::create_directories((folder / name).parent_path());
-        std::ofstream(folder / name) << text;
-        return (folder / name).string();
-    }
-
-    fs::path folder;
-};
+using Command = CommandTest;
 
 const std::string good = "name: good\nsteps:\n  - expect: {loaded: false}\n";
 const std::string bad = "name: bad\nsteps:\n  - expect: {loaded: true}\n";

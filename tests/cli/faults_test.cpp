@@ -1,17 +1,16 @@
 // Runs with failing platform calls: what is found wrong with them, and the command that makes them.
 
-#include "cli/command.h"
 #include "cli/facts/message_fields.h"
 #include "cli/faults/fault_check.h"
+#include "command_line.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <sstream>
+#include <cstdio>
 
 using namespace cli;
+using namespace cli::test;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -198,35 +197,29 @@ TEST(FaultCheck, WhatIsLeftBehindIsAProblem) {
     EXPECT_THAT(faultProblems(sound, faulty, true), ElementsAre("left behind: pool 'C++n' 16 bytes"));
 }
 
-TEST(FaultsCommand, RunsOnceForEachCallAndOnceWithAllAfterIt) {
-    const std::filesystem::path file = std::filesystem::temp_directory_path() / "faults-command-test.yaml";
-    std::ofstream(file) << "name: one load\nsteps: [load, unload]\n";
-    std::ostringstream out;
-    std::ostringstream err;
-    const std::string path = file.string();
-    const char *arguments[] = {"myrtelhaven", "faults", path.c_str()};
-    EXPECT_EQ(runCommand(3, arguments, out, err), exitHeld) << err.str();
+using FaultsCommand = CommandTest;
+
+TEST_F(FaultsCommand, RunsOnceForEachCallAndOnceWithAllAfterIt) {
+    const std::string path = write("s.yaml", "name: one load\nsteps: [load, unload]\n");
+    const Outcome all = run({"faults", path});
+    EXPECT_EQ(all.status, exitHeld) << all.err;
     unsigned calls = 0;
     unsigned workerCalls = 0;
     unsigned runs = 0;
-    const std::string line = out.str().substr(path.size());
+    const std::string line = all.out.substr(path.size());
     ASSERT_EQ(std::sscanf(line.c_str(), ": %u calls that can fail and %u of workers, %u runs: held", &calls,
                           &workerCalls, &runs),
               3)
         << line;
     EXPECT_GT(calls, 10u);
     EXPECT_EQ(runs, 2 * (calls + workerCalls));
-    const char *fewer[] = {"myrtelhaven", "faults", "--at-most", "4", path.c_str()};
-    out.str("");
-    EXPECT_EQ(runCommand(5, fewer, out, err), exitHeld) << err.str();
-    EXPECT_THAT(out.str(), HasSubstr(" 8 runs: held"));
-    std::filesystem::remove(file);
+    const Outcome fewer = run({"faults", "--at-most", "4", path});
+    EXPECT_EQ(fewer.status, exitHeld) << fewer.err;
+    EXPECT_THAT(fewer.out, HasSubstr(" 8 runs: held"));
 }
 
-TEST(FaultsCommand, SaysWhichPathIsMissing) {
-    std::ostringstream out;
-    std::ostringstream err;
-    const char *arguments[] = {"myrtelhaven", "faults", "no-such-file.yaml"};
-    EXPECT_EQ(runCommand(3, arguments, out, err), exitUnusable);
-    EXPECT_EQ(err.str(), "no-such-file.yaml: there is no such file or folder\n");
+TEST_F(FaultsCommand, SaysWhichPathIsMissing) {
+    const Outcome missing = run({"faults", "no-such-file.yaml"});
+    EXPECT_EQ(missing.status, exitUnusable);
+    EXPECT_EQ(missing.err, "no-such-file.yaml: there is no such file or folder\n");
 }

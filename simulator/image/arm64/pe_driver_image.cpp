@@ -43,6 +43,10 @@ class PeDriverImage final : public DriverImage {
 
 } // namespace
 
+bool runsPeImages() {
+    return true;
+}
+
 std::unique_ptr<DriverImage> openPeImage(const std::filesystem::path &file) {
     static std::once_flag once;
     std::call_once(once, [] {

@@ -11,7 +11,9 @@
 #include <excpt.h>
 #include <ntifs.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <iterator>
 
 using namespace sim;
 using namespace sim::image;
@@ -48,15 +50,19 @@ static_assert(offsetof(SavedRegisters, d8to15) == 96 && offsetof(SavedRegisters,
 
 Registers registersOf(const SavedRegisters &saved) {
     Registers registers;
-    for (unsigned i = 0; i < 12; ++i) {
-        registers.x[19 + i] = saved.x19to30[i];
-    }
-    for (unsigned i = 0; i < 8; ++i) {
-        registers.d[8 + i] = saved.d8to15[i];
-    }
+    std::ranges::copy(saved.x19to30, &registers.x[19]);
+    std::ranges::copy(saved.d8to15, &registers.d[8]);
     registers.sp = saved.sp;
-    registers.pc = saved.x19to30[11];
+    registers.pc = registers.x[30];
     return registers;
+}
+
+SavedRegisters savedFrom(const Registers &registers) {
+    SavedRegisters saved;
+    std::copy_n(&registers.x[19], std::size(saved.x19to30), saved.x19to30);
+    std::copy_n(&registers.d[8], std::size(saved.d8to15), saved.d8to15);
+    saved.sp = registers.sp;
+    return saved;
 }
 
 } // namespace
@@ -115,14 +121,7 @@ namespace {
         Dispatch dispatch{image, place, &function};
         reinterpret_cast<LanguageHandler>(image->base() + function.handler)(nullptr, nullptr, nullptr, &dispatch);
         if (dispatch.target != 0) {
-            SavedRegisters resumed;
-            for (unsigned i = 0; i < 12; ++i) {
-                resumed.x19to30[i] = inFunction.x[19 + i];
-            }
-            for (unsigned i = 0; i < 8; ++i) {
-                resumed.d8to15[i] = inFunction.d[8 + i];
-            }
-            resumed.sp = inFunction.sp;
+            const SavedRegisters resumed = savedFrom(inFunction);
             simulatedResume(&resumed, image->base() + dispatch.target, static_cast<ULONG>(code));
         }
     }

@@ -79,10 +79,6 @@ class WrongImage final : public DriverImage {
     }
 };
 
-} // namespace
-
-namespace {
-
 void useDisk(Machine &machine) {
     DeviceNode &stick = machine.plug(usbFlashDrive("stick", {0x0781, 0x5581, 0x0123, u"SanDisk", u"Ultra", u"A200"}));
     UserProcess user(700);

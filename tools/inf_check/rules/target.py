@@ -1,5 +1,7 @@
 """Syntax that the oldest system on which a package installs does not know."""
 
+from .files import DRIVER_STORE, destination_of
+
 # The first build that knows a directive of a service's section (learn.microsoft.com: "INF AddService directive").
 SERVICE = {"servicesidtype": 19041, "delayedautostart": 19041, "addtrigger": 19041, "failureactions": 22621,
            "bootflags": 25398}
@@ -25,9 +27,8 @@ def needs(package, visit):
     elif visit.kind == "filters":
         yield visit.section.line, "a section .Filters", FILTERS_BUILD
     elif visit.kind == "files":
-        dirs = package.document.section("DestinationDirs")
-        where = dirs and (dirs.first(visit.section.name) or dirs.first("DefaultDestDir"))
-        if where and where.value() == "13":
+        where = destination_of(package, visit.section)
+        if where and where.value() == DRIVER_STORE:
             yield where.line, "running from the driver store (13)", DRIVER_STORE_BUILD
 
 
