@@ -1,5 +1,7 @@
 #include "device_tree.h"
 
+#include "../kernel/interleaving.h"
+
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
@@ -138,6 +140,7 @@ void DeviceTree::collect(const Node &node, std::vector<Node *> &result) const {
 }
 
 NodeClaim DeviceTree::claim(Node &node) {
+    mayInterleave();
     std::unique_lock lock(mutex);
     const std::thread::id self = std::this_thread::get_id();
     if (node.state.owner == self) {

@@ -197,10 +197,16 @@ void PlugAndPlay::finishPostponedRemovals() {
     }
 }
 
-/// True when the node's handles are closed by now; this thread then finishes its removal.
+/// True when the node's handles are closed by now; this thread then finishes its removal. Another one may have come
+/// first and just be freeing the stack.
 bool PlugAndPlay::takeFromPostponed(Node &node) {
     const std::lock_guard guard(tree_.mutex);
-    return !hasOpenHandles(node.state.stack) && std::erase(postponed_, &node) != 0;
+    const auto found = std::find(postponed_.begin(), postponed_.end(), &node);
+    if (found == postponed_.end() || hasOpenHandles(node.state.stack)) {
+        return false;
+    }
+    postponed_.erase(found);
+    return true;
 }
 
 } // namespace sim::machine

@@ -208,5 +208,20 @@ TEST_F(DiskRace, RequestsThatHangInTheDiskComeBackWhenItIsPulledOut) {
     }
 }
 
+TEST_F(DiskRace, ThePulledDiskGoesOnceWhenItsLastHandlesCloseFromAllSides) {
+    apply(behaviour::readOnly({u"*"}));
+    start();
+    for (unsigned round = 0; round < 6 * removals; ++round) {
+        sim::DeviceNode &stick = machine().plug(drive("stick", "S1"));
+        machine().settle();
+        const sim::DeviceNode &disk = *machine().find("stick disk");
+        const Programs programs = programsAt("stick disk");
+        machine().unplug(stick);
+        EXPECT_NE(disk.physicalDevice(), nullptr) << "open handles put the removal off";
+        together([&](unsigned thread) { programs[thread]->end(); });
+        EXPECT_EQ(disk.physicalDevice(), nullptr);
+    }
+}
+
 } // namespace
 } // namespace races
