@@ -22,12 +22,15 @@ std::u16string canonicalName(std::u16string_view name) {
     return std::u16string(name);
 }
 
-SymbolicLink *findLink(std::u16string_view name) {
-    void *body = kernel().objects.find(canonicalName(name), true);
-    const bool isLink =
-        body && kernel().objects.typeOf(body, "symbolic link", nullptr) == sim::ObjectType::symbolicLink;
-    return isLink ? static_cast<SymbolicLink *>(body) : nullptr;
-}
+/// A link that stays for as long as this does.
+class FoundLink {
+  public:
+    explicit FoundLink(std::u16string_view name) : object_(canonicalName(name), true) {}
+    SymbolicLink *get() const { return static_cast<SymbolicLink *>(object_.ofType(sim::ObjectType::symbolicLink)); }
+
+  private:
+    const NamedObject object_;
+};
 
 } // namespace
 
@@ -69,16 +72,20 @@ NTSTATUS Device::createSymbolicLink(std::u16string name) {
 
 void Device::deleteSymbolicLink() {
     std::lock_guard lock(mutex_);
-    if (SymbolicLink *link = linkName_.empty() ? nullptr : findLink(linkName_)) {
-        kernel().objects.removeName(link);
-        kernel().objects.dereference(link, nullptr);
+    if (linkName_.empty()) {
+        return;
+    }
+    const FoundLink link(linkName_);
+    if (link.get() != nullptr) {
+        kernel().objects.removeName(link.get());
+        kernel().objects.dereference(link.get(), nullptr);
     }
     linkName_.clear();
 }
 
 std::optional<std::u16string> symbolicLinkTarget(std::u16string_view name) {
-    const SymbolicLink *link = findLink(name);
-    return link ? std::optional(link->target) : std::nullopt;
+    const FoundLink link(name);
+    return link.get() != nullptr ? std::optional(link.get()->target) : std::nullopt;
 }
 
 } // namespace sim::framework

@@ -73,17 +73,15 @@ void destroyDevice(PDEVICE_OBJECT device) {
 }
 
 /// IoDeleteDevice acts once nobody has the device open and nothing is attached to it any more: a bus driver deletes its
-/// device while the one above, whose remove request is still under way, has yet to detach.
+/// device while the one above, whose remove request is still under way, has yet to detach. The table's lock is held
+/// since the change that may have been the last: another thread would delete the device meanwhile.
 void deleteIfUnused(PDEVICE_OBJECT device) {
-    {
-        std::lock_guard lock(deviceTable().mutex);
-        DeviceState &state = deviceTable().devices.at(device);
-        if (!state.deletePending || state.deleted || device->ReferenceCount != 0 || device->AttachedDevice != nullptr) {
-            return;
-        }
-        state.deleted = true;
-        unlinkFromDriver(device);
+    DeviceState &state = deviceTable().devices.at(device);
+    if (!state.deletePending || state.deleted || device->ReferenceCount != 0 || device->AttachedDevice != nullptr) {
+        return;
     }
+    state.deleted = true;
+    unlinkFromDriver(device);
     kernel().objects.dereference(device, nullptr);
 }
 
@@ -166,31 +164,27 @@ PDEVICE_OBJECT attachDevice(PDEVICE_OBJECT source, PDEVICE_OBJECT target) {
 }
 
 void detachDevice(PDEVICE_OBJECT lower) {
-    {
-        std::lock_guard lock(deviceTable().mutex);
-        if (lower->AttachedDevice == nullptr) {
-            bugCheck("device stack", "IoDetachDevice", "nothing is attached to " + describeDevice(lower), nullptr);
-        }
-        lower->AttachedDevice->DeviceObjectExtension->AttachedTo = nullptr;
-        lower->AttachedDevice = nullptr;
+    std::lock_guard lock(deviceTable().mutex);
+    if (lower->AttachedDevice == nullptr) {
+        bugCheck("device stack", "IoDetachDevice", "nothing is attached to " + describeDevice(lower), nullptr);
     }
+    lower->AttachedDevice->DeviceObjectExtension->AttachedTo = nullptr;
+    lower->AttachedDevice = nullptr;
     deleteIfUnused(lower);
 }
 
 void deleteDevice(PDEVICE_OBJECT device) {
-    {
-        std::lock_guard lock(deviceTable().mutex);
-        DeviceState &state = deviceTable().devices.at(device);
-        if (state.deletePending) {
-            bugCheck("device object", "IoDeleteDevice", describeDevice(device) + " is deleted twice", nullptr);
-        }
-        if (device->DeviceObjectExtension->AttachedTo != nullptr) {
-            bugCheck("device object", "IoDeleteDevice", describeDevice(device) + " is still attached", nullptr);
-        }
-        state.deletePending = true;
-        device->Flags &= ~DO_SHUTDOWN_REGISTERED;
-        std::erase(deviceTable().shutdownList, device);
+    std::lock_guard lock(deviceTable().mutex);
+    DeviceState &state = deviceTable().devices.at(device);
+    if (state.deletePending) {
+        bugCheck("device object", "IoDeleteDevice", describeDevice(device) + " is deleted twice", nullptr);
     }
+    if (device->DeviceObjectExtension->AttachedTo != nullptr) {
+        bugCheck("device object", "IoDeleteDevice", describeDevice(device) + " is still attached", nullptr);
+    }
+    state.deletePending = true;
+    device->Flags &= ~DO_SHUTDOWN_REGISTERED;
+    std::erase(deviceTable().shutdownList, device);
     kernel().objects.removeName(device);
     deleteIfUnused(device);
 }
@@ -211,10 +205,8 @@ bool deviceOpened(PDEVICE_OBJECT device) {
 }
 
 void deviceClosed(PDEVICE_OBJECT device) {
-    {
-        std::lock_guard lock(deviceTable().mutex);
-        __atomic_fetch_sub(&device->ReferenceCount, 1, __ATOMIC_ACQ_REL);
-    }
+    std::lock_guard lock(deviceTable().mutex);
+    __atomic_fetch_sub(&device->ReferenceCount, 1, __ATOMIC_ACQ_REL);
     deleteIfUnused(device);
 }
 

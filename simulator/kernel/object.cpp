@@ -1,5 +1,6 @@
 #include "object.h"
 
+#include "kernel.h"
 #include "strings.h"
 #include "violation.h"
 
@@ -133,6 +134,20 @@ long ObjectManager::references(const void *body) const {
 
 void *ObjectManager::find(std::u16string_view name, bool ignoreCase) const {
     std::lock_guard lock(mutex_);
+    return named(name, ignoreCase);
+}
+
+void *ObjectManager::findReferenced(std::u16string_view name, bool ignoreCase) {
+    std::lock_guard lock(mutex_);
+    void *body = named(name, ignoreCase);
+    if (body != nullptr) {
+        ++records_.at(body)->references;
+    }
+    return body;
+}
+
+/// The lock is held.
+void *ObjectManager::named(std::u16string_view name, bool ignoreCase) const {
     const auto [first, last] = names_.equal_range(upcase(name));
     const auto found = std::find_if(
         first, last, [&](const auto &entry) { return ignoreCase || records_.at(entry.second)->name == name; });
@@ -243,6 +258,20 @@ void ObjectManager::destroyAll() {
             record->destroy();
         }
     }
+}
+
+NamedObject::NamedObject(std::u16string_view name, bool ignoreCase)
+    : body_(kernel().objects.findReferenced(name, ignoreCase)) {}
+
+NamedObject::~NamedObject() {
+    if (body_ != nullptr) {
+        kernel().objects.dereference(body_, nullptr);
+    }
+}
+
+void *NamedObject::ofType(ObjectType type) const {
+    const bool fits = body_ != nullptr && kernel().objects.typeOf(body_, "object by name", nullptr) == type;
+    return fits ? body_ : nullptr;
 }
 
 } // namespace sim

@@ -33,8 +33,11 @@ class ObjectManager {
     ObjectType typeOf(const void *body, const char *routine,
                       const void *callSite) const; ///< bugCheck if no live object
     long references(const void *body) const;
-    /// Named objects, found with or without regard to case. Null when absent. Adds no reference.
+    /// Named objects, found with or without regard to case. Null when absent. Adds no reference, so another thread may
+    /// delete the object before the caller looks at it.
     void *find(std::u16string_view name, bool ignoreCase) const;
+    /// The same with one of the machine's own references.
+    void *findReferenced(std::u16string_view name, bool ignoreCase);
     void removeName(void *body);
     std::u16string nameOf(const void *body) const;
 
@@ -60,12 +63,30 @@ class ObjectManager {
   private:
     struct Record;
     struct Handle;
+    void *named(std::u16string_view name, bool ignoreCase) const;
+
     mutable std::mutex mutex_;
     std::unordered_map<const void *, std::unique_ptr<Record>> records_;
     std::multimap<std::u16string, const void *> names_; ///< by upcased name
     std::map<HANDLE, Handle> handles_;
     std::uint32_t nextKernelHandle_ = 0x80000004; ///< sign-extended to 64 bits, as kernel handles are
     std::uint32_t nextUserHandle_ = 4;
+};
+
+/// The object with a name, which stays for as long as this does. Null when there is none.
+class NamedObject {
+  public:
+    NamedObject(std::u16string_view name, bool ignoreCase);
+    NamedObject(const NamedObject &) = delete;
+    NamedObject &operator=(const NamedObject &) = delete;
+    ~NamedObject();
+
+    void *get() const { return body_; }
+    /// Null when the object is of another type.
+    void *ofType(ObjectType type) const;
+
+  private:
+    void *const body_;
 };
 
 } // namespace sim

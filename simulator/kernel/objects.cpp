@@ -117,16 +117,16 @@ extern "C" NTSTATUS ObReferenceObjectByName(PUNICODE_STRING name, ULONG attribut
     if (!text.starts_with(u'\\')) {
         return STATUS_OBJECT_PATH_SYNTAX_BAD;
     }
-    void *body = kernel().objects.find(text, (attributes & OBJ_CASE_INSENSITIVE) != 0);
-    if (body == nullptr) {
+    const NamedObject found(text, (attributes & OBJ_CASE_INSENSITIVE) != 0);
+    if (found.get() == nullptr) {
         return kernel().objects.directoryExists(directoryOf(text)) ? STATUS_OBJECT_NAME_NOT_FOUND
                                                                    : STATUS_OBJECT_PATH_NOT_FOUND;
     }
-    if (!typeFits(type, kernel().objects.typeOf(body, routine, callSite))) {
+    if (!typeFits(type, kernel().objects.typeOf(found.get(), routine, callSite))) {
         return STATUS_OBJECT_TYPE_MISMATCH;
     }
-    kernel().objects.reference(body, callSite);
-    *object = body;
+    kernel().objects.reference(found.get(), callSite);
+    *object = found.get();
     return STATUS_SUCCESS;
 }
 

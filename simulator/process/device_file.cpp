@@ -126,16 +126,13 @@ void DeviceFile::lastReferenceGone() {
     }
 }
 
-PDEVICE_OBJECT deviceByName(std::u16string_view name) {
+NamedObject objectToOpen(std::u16string_view name) {
     constexpr std::u16string_view userPrefix = u"\\\\.\\";
     const std::u16string kernelName = name.starts_with(userPrefix)
                                           ? u"\\??\\" + std::u16string(name.substr(userPrefix.size()))
                                           : std::u16string(name);
     const auto target = framework::symbolicLinkTarget(kernelName);
-    void *object = kernel().objects.find(target ? *target : kernelName, true);
-    const bool isDevice =
-        object != nullptr && kernel().objects.typeOf(object, "open of a device", nullptr) == ObjectType::device;
-    return isDevice ? static_cast<PDEVICE_OBJECT>(object) : nullptr;
+    return NamedObject(target ? *target : kernelName, true);
 }
 
 } // namespace sim::process

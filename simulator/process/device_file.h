@@ -1,5 +1,7 @@
 #pragma once
 
+#include "../kernel/object.h"
+
 #include <ntifs.h>
 
 #include <memory>
@@ -62,8 +64,7 @@ class DeviceFile : public std::enable_shared_from_this<DeviceFile> {
     bool handleOpen_ = false;
 };
 
-/// The device object behind a name that a program opens, such as "\\.\NAME" or "\DosDevices\NAME". Null when there is
-/// none.
-PDEVICE_OBJECT deviceByName(std::u16string_view name);
+/// The object behind a name that a program opens, such as "\\.\NAME" or "\DosDevices\NAME".
+NamedObject objectToOpen(std::u16string_view name);
 
 } // namespace sim::process

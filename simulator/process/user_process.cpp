@@ -29,7 +29,8 @@ PETHREAD UserProcess::threadRecord(unsigned thread) {
 }
 
 NTSTATUS UserProcess::open(std::u16string_view name, Handle &handle, ACCESS_MASK access) {
-    const PDEVICE_OBJECT device = process::deviceByName(name);
+    const NamedObject object = process::objectToOpen(name);
+    const auto device = static_cast<PDEVICE_OBJECT>(object.ofType(ObjectType::device));
     return device == nullptr ? STATUS_OBJECT_NAME_NOT_FOUND : open(device, handle, access);
 }
 
