@@ -25,10 +25,13 @@ bool isBelowHub(PDEVICE_OBJECT physicalDevice) {
     });
 }
 
-/// The status of the line's last append.
+/// The status of the line's last append. STATUS_BUFFER_TOO_SMALL without the room that is reserved at load.
 NTSTATUS appendLine(PDEVICE_OBJECT physicalDevice) {
     DriverContext &context = getDriverContext();
     FastMutexLock hold(context.notUsbHubMutex);
+    if (context.notUsbHubText.maximumLength() == 0) {
+        return STATUS_BUFFER_TOO_SMALL;
+    }
     (void)anyUpward(physicalDevice, [&](PDEVICE_OBJECT device) {
         (void)context.notUsbHubText.append(driverName(device));
         (void)context.notUsbHubText.append(literal(L"->"));

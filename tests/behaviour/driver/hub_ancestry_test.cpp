@@ -130,6 +130,29 @@ TEST_F(HubAncestry, AFailedLastAppendIsLoggedAndProcessingGoesOn) {
     EXPECT_EQ(told, 1U) << "only the last append of a line is looked at";
 }
 
+TEST_F(HubAncestry, WithoutTheRoomReservedAtLoadNothingIsRecordedAndEachDeviceIsLogged) {
+    setParameter(u"LogLevel", 2);
+    for (std::uint64_t nth = 1;; ++nth) {
+        ASSERT_LT(nth, 30U) << "no allocation of the load is the one for the room";
+        failCall("ExAllocatePool2", nth);
+        load();
+        endFailures();
+        if (driverState(machine()).notUsbHubText.maximumLength() == 0) {
+            break;
+        }
+        unload();
+    }
+    machine().plugControlNode();
+    machine().rootHub();
+    for (const char *name : {"a", "b"}) {
+        EXPECT_TRUE(plug(remote(name), &machine().rootNode()).started());
+        ASSERT_FALSE(addOf(name).log.empty());
+        EXPECT_EQ(addOf(name).log.front(), "ERROR Failed to get no usbhub devices, status = 0xc0000023");
+        EXPECT_EQ(filterOf(name).mode, 2U);
+    }
+    EXPECT_EQ(notUsbHubText(machine()), "");
+}
+
 TEST_F(HubAncestry, TheTextDoesNotOutliveTheDriver) {
     start();
     plug(remote("a"), &machine().rootNode());
