@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <stdexcept>
-#include <unistd.h>
 #include <utility>
 
 namespace sim {
@@ -15,17 +14,10 @@ namespace {
 
 constexpr std::u16string_view rootName = u"\\SYSTEMROOT";
 
-/// Where temporary machines live: memory where the host has such a file system, since a test run makes thousands.
-std::filesystem::path temporaryRoot() {
-    const std::filesystem::path memory = "/dev/shm";
-    const bool chosen = std::getenv("TMPDIR") != nullptr;
-    return !chosen && access(memory.c_str(), W_OK) == 0 ? memory : std::filesystem::temp_directory_path();
-}
-
 std::filesystem::path makeTemporaryFolder() {
-    std::string pattern = (temporaryRoot() / "myrtelhaven-XXXXXX").string();
+    std::string pattern = (std::filesystem::temp_directory_path() / "myrtelhaven-XXXXXX").string();
     if (mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("can't make a temporary folder " + pattern);
+        throw std::runtime_error("cannot make a temporary folder like " + pattern);
     }
     return pattern;
 }

@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
 #include <stdexcept>
 
 namespace sim {
@@ -19,14 +18,6 @@ namespace sim {
 using namespace machine;
 
 namespace {
-
-std::filesystem::path temporarySystemRoot() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "myrtelhaven-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("cannot make a temporary folder like " + pattern);
-    }
-    return pattern;
-}
 
 /// A folder of the caller's stays; one of our own goes unless it is to be kept.
 bool keepsFiles(const MachineOptions &options) {
@@ -37,8 +28,7 @@ bool keepsFiles(const MachineOptions &options) {
 
 struct Machine::Implementation {
     explicit Implementation(MachineOptions given)
-        : options(std::move(given)),
-          kernel(options.systemRoot.empty() ? temporarySystemRoot() : options.systemRoot, keepsFiles(options)),
+        : options(std::move(given)), kernel(options.systemRoot, keepsFiles(options)),
           driver([this] { return openImage(); }),
           services([this] { return loadOnDemand(); }, [this] { return driver.object(); }),
           plugAndPlay(services, options.hubStatuses), properties(plugAndPlay.tree()) {

@@ -177,6 +177,19 @@ TEST_F(Command, keepsFilesOnRequest) {
                                                testing::HasSubstr("\"LogLevel\"=hex(4):04,00,00,00\n")));
 }
 
+TEST_F(Command, leavesNothingInTheTemporaryFolder) {
+    const std::string file = write("good.yaml", good);
+    const fs::path temporary = folder / "temporary";
+    fs::create_directory(temporary);
+    const char *before = std::getenv("TMPDIR");
+    const std::string restored = before == nullptr ? "" : before;
+    setenv("TMPDIR", temporary.c_str(), 1);
+    EXPECT_EQ(run({"play", file}).status, 0);
+    EXPECT_EQ(run({"faults", "--at-most", "3", file}).status, 0);
+    before == nullptr ? unsetenv("TMPDIR") : setenv("TMPDIR", restored.c_str(), 1);
+    EXPECT_TRUE(fs::is_empty(temporary));
+}
+
 TEST_F(Command, anImageMustBeOneThatCanRunHere) {
     const std::string file = write("s.yaml", good);
     const Outcome missing = run({"play", "--image", (folder / "none.sys").string(), file});
