@@ -59,27 +59,30 @@ NTSTATUS fullPath(const RegistryKey *parent, PCUNICODE_STRING name, std::u16stri
     return STATUS_SUCCESS;
 }
 
+/// What opening and creating a key begin with alike. On success `path` is the key's full path.
+NTSTATUS checkArguments(const Call &call, WDFKEY parentKey, PCUNICODE_STRING name, PWDF_OBJECT_ATTRIBUTES attributes,
+                        WDFKEY *handle, std::u16string &path) {
+    const RegistryKey *parent = call.optionalObject<RegistryKey>(parentKey);
+    call.pointer(name, "KeyName");
+    call.pointer(handle, "Key");
+    *handle = nullptr;
+    NTSTATUS status = validateAttributes(attributes, {});
+    if (NT_SUCCESS(status)) {
+        status = fullPath(parent, name, path);
+    }
+    return NT_SUCCESS(status) ? call.injectedFailure().value_or(status) : status;
+}
+
 // learn.microsoft.com: WdfRegistryOpenKey
 NTSTATUS openKey(PWDF_DRIVER_GLOBALS globals, WDFKEY parentKey, PCUNICODE_STRING name, ACCESS_MASK access,
                  PWDF_OBJECT_ATTRIBUTES attributes, WDFKEY *handle) {
     const Call call{"WdfRegistryOpenKey", SIM_CALL_SITE};
     Client &client = call.client(globals);
     call.passive();
-    RegistryKey *parent = call.optionalObject<RegistryKey>(parentKey);
-    call.pointer(name, "KeyName");
-    call.pointer(handle, "Key");
-    *handle = nullptr;
-    NTSTATUS status = validateAttributes(attributes, {});
-    if (!NT_SUCCESS(status)) {
-        return status;
-    }
     std::u16string path;
-    status = fullPath(parent, name, path);
+    const NTSTATUS status = checkArguments(call, parentKey, name, attributes, handle, path);
     if (!NT_SUCCESS(status)) {
         return status;
-    }
-    if (const auto failure = call.injectedFailure()) {
-        return *failure;
     }
     if (!kernel().registry.keyExists(path)) {
         return STATUS_OBJECT_NAME_NOT_FOUND;
@@ -94,21 +97,10 @@ NTSTATUS createKey(PWDF_DRIVER_GLOBALS globals, WDFKEY parentKey, PCUNICODE_STRI
     const Call call{"WdfRegistryCreateKey", SIM_CALL_SITE};
     Client &client = call.client(globals);
     call.passive();
-    RegistryKey *parent = call.optionalObject<RegistryKey>(parentKey);
-    call.pointer(name, "KeyName");
-    call.pointer(handle, "Key");
-    *handle = nullptr;
-    NTSTATUS status = validateAttributes(attributes, {});
-    if (!NT_SUCCESS(status)) {
-        return status;
-    }
     std::u16string path;
-    status = fullPath(parent, name, path);
+    NTSTATUS status = checkArguments(call, parentKey, name, attributes, handle, path);
     if (!NT_SUCCESS(status)) {
         return status;
-    }
-    if (const auto failure = call.injectedFailure()) {
-        return *failure;
     }
     bool created = false;
     status = kernel().registry.createKey(path, created);
