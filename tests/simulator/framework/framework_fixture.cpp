@@ -17,7 +17,6 @@ FrameworkTest *FrameworkTest::current = nullptr;
 
 FrameworkTest::FrameworkTest() {
     current = this;
-    setBugCheckHandler([](const Violation &violation) { throw Stopped(violation); });
     kernel.registry.makeKey(view(registryPath.get()));
     driverObject = createDriverObject(u"TestDriver");
     WDF_DRIVER_CONFIG_INIT(&driverConfig, evtAdd);
@@ -28,7 +27,7 @@ FrameworkTest::FrameworkTest() {
 }
 
 FrameworkTest::~FrameworkTest() {
-    setBugCheckHandler({});
+    setBugCheckHandler({}); // what happens from here on is no test's
     if (physical) {
         removeDevice();
     }
@@ -38,7 +37,6 @@ FrameworkTest::~FrameworkTest() {
     deleteDriverObject(driverObject);
     EXPECT_EQ(framework::leaks(), std::vector<std::string>{});
     EXPECT_EQ(leakedIrps(), std::vector<std::string>{});
-    currentThread() = KernelThread{};
     current = nullptr;
 }
 

@@ -2,51 +2,20 @@
 
 #include "bus.h"
 #include "simulator/framework/framework.h"
-#include "simulator/kernel/io.h"
-#include "simulator/kernel/kernel.h"
-#include "simulator/kernel/strings.h"
-#include "simulator/kernel/thread.h"
-#include "simulator/kernel/violation.h"
+#include "tests/simulator/kernel/kernel_fixture.h"
 
-#include <gtest/gtest.h>
 #include <wdf.h>
 #include <wdf/bind.h>
 
 #include <functional>
 #include <mutex>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace sim::test {
 
-/// Thrown in place of a bug check, so that a test can look at it and go on.
-struct Stopped : std::runtime_error {
-    explicit Stopped(const Violation &stopping)
-        : std::runtime_error("[" + stopping.rule + "] " + stopping.routine + ": " + stopping.message),
-          violation(stopping) {}
-    Violation violation;
-};
-
-/// A counted string over its own copy of the text.
-class Text {
-  public:
-    explicit Text(std::u16string_view text) : units_(text) {
-        const auto bytes = static_cast<USHORT>(units_.size() * sizeof(WCHAR));
-        string_ = {bytes, static_cast<USHORT>(bytes + sizeof(WCHAR)), reinterpret_cast<PWCH>(units_.data())};
-    }
-    Text(const Text &) = delete;
-    Text &operator=(const Text &) = delete;
-    PUNICODE_STRING operator&() { return &string_; }
-    UNICODE_STRING &get() { return string_; }
-
-  private:
-    std::u16string units_;
-    UNICODE_STRING string_{};
-};
-
 /// A kernel, a bus and a small framework driver whose callbacks the test sets before it needs them.
-class FrameworkTest : public testing::Test {
+class FrameworkTest : public KernelTest {
   public:
     /// For callbacks of the driver, which have no test at hand.
     static void noteEvent(const std::string &event) { current->note(event); }
@@ -72,28 +41,8 @@ class FrameworkTest : public testing::Test {
     void note(const std::string &event);
     std::vector<std::string> takeEvents();
 
-    /// The rule that `action` broke, "" when it broke none.
-    template<typename Action>
-    static std::string stoppedBy(Action action) {
-        try {
-            action();
-        } catch (const Stopped &stopped) {
-            return stopped.violation.rule;
-        }
-        return {};
-    }
-    template<typename Action>
-    static std::string stoppedAt(KIRQL irql, Action action) {
-        const KIRQL before = currentThread().irql;
-        currentThread().irql = irql;
-        const std::string rule = stoppedBy(action);
-        currentThread().irql = before;
-        return rule;
-    }
-
     static FrameworkTest *current;
 
-    Kernel kernel{{}, false};
     Bus bus{kernel};
     PDRIVER_OBJECT driverObject = nullptr;
     Text registryPath{u"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\TestDriver"};

@@ -8,13 +8,17 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
 namespace sim::test {
 
 /// Thrown in place of a bug check, so that a test can look at it and go on.
-struct Stopped {
+struct Stopped : std::runtime_error {
+    explicit Stopped(const Violation &stopping)
+        : std::runtime_error("[" + stopping.rule + "] " + stopping.routine + ": " + stopping.message),
+          violation(stopping) {}
     Violation violation;
 };
 
@@ -44,7 +48,7 @@ inline PCWSTR wide(const char16_t *text) {
 class KernelTest : public testing::Test {
   protected:
     KernelTest() {
-        setBugCheckHandler([](const Violation &violation) { throw Stopped{violation}; });
+        setBugCheckHandler([](const Violation &violation) { throw Stopped(violation); });
     }
     ~KernelTest() override {
         setBugCheckHandler({});
