@@ -223,13 +223,9 @@ TEST_F(Rescan, APortThatCannotBeCycledDoesNotKeepTheOthersFromIt) {
     plug(otherFlashDrive());
     apply(Policy{});
     takeLog();
-    kernel().faults.clear();
-    // The first such call is this test's own request.
-    kernel().faults.failNamed("FsRtlIssueDeviceIoControl", 2, STATUS_DEVICE_BUSY, false);
-    kernel().faults.arm(true);
+    failCall("FsRtlIssueDeviceIoControl", 2, STATUS_DEVICE_BUSY); // the first such call is this test's own request
     EXPECT_EQ(rescan(), STATUS_DEVICE_BUSY);
-    kernel().faults.arm(false);
-    kernel().faults.clear();
+    endFailures();
     EXPECT_EQ(addsOf("stick") + addsOf("other stick"), 3U) << "one of them was cycled";
     EXPECT_THAT(takeLog(), Contains("ERROR Failed to reconnect device, status = 0x80000011"));
     EXPECT_EQ(rescan(), STATUS_SUCCESS) << "the next one does the rest";
@@ -268,23 +264,7 @@ TEST_F(Rescan, EachFailingCallEndsItCleanly) {
     plug(sim::usbBluetoothAdapter("bluetooth", {0x8087, 0x0026, 0x0002, {}, u"Bluetooth", {}}));
     setParameter(u"LogLevel", 0);
     sendControlCode(*control_, IOCTL_RELOAD_LOG_SETTINGS);
-    kernel().faults.clear();
-    kernel().faults.arm(true);
-    rescan();
-    const std::uint64_t calls = kernel().faults.callsSeen();
-    kernel().faults.arm(false);
-    ASSERT_GT(calls, 20U);
-    for (const bool andAllAfter : {false, true}) {
-        for (std::uint64_t nth = 1; nth <= calls; ++nth) {
-            SCOPED_TRACE(std::to_string(nth) + (andAllAfter ? " and all after" : ""));
-            kernel().faults.clear();
-            kernel().faults.failNth(nth, andAllAfter);
-            kernel().faults.arm(true);
-            rescan();
-            kernel().faults.arm(false);
-        }
-    }
-    kernel().faults.clear();
+    failEachCall([this] { rescan(); });
     EXPECT_EQ(rescan(), STATUS_SUCCESS);
 }
 

@@ -181,11 +181,9 @@ TEST_F(UsbDisk, AControlCodeThatCannotBeSentOnComesBackWithTheReason) {
     startWith(readOnly({u"*"}));
     plug(flashDrive());
     const Handle handle = openDisk("stick disk");
-    kernel().faults.clear();
-    kernel().faults.failNamed("WdfRequestSend", 1, STATUS_DEVICE_NOT_READY, false);
-    kernel().faults.arm(true);
+    failCall("WdfRequestSend", 1, STATUS_DEVICE_NOT_READY);
     EXPECT_EQ(control(handle, geometryCode, 24), STATUS_DEVICE_NOT_READY);
-    kernel().faults.arm(false);
+    endFailures();
     EXPECT_EQ(control(handle, geometryCode, 24), STATUS_SUCCESS);
     user.close(handle);
 }

@@ -192,6 +192,25 @@ void DriverTest::failCall(std::string routine, std::uint64_t nth, std::optional<
     kernel().faults.arm(true);
 }
 
+void DriverTest::failEachCall(const std::function<void()> &action) {
+    kernel().faults.clear();
+    kernel().faults.arm(true);
+    action();
+    const std::uint64_t calls = kernel().faults.callsSeen();
+    endFailures();
+    ASSERT_GT(calls, 20U);
+    for (const bool andAllAfter : {false, true}) {
+        for (std::uint64_t nth = 1; nth <= calls; ++nth) {
+            SCOPED_TRACE(std::to_string(nth) + (andAllAfter ? " and all after" : ""));
+            kernel().faults.clear();
+            kernel().faults.failNth(nth, andAllAfter);
+            kernel().faults.arm(true);
+            action();
+            endFailures();
+        }
+    }
+}
+
 void DriverTest::endFailures() {
     armedForAdd_ = false;
     kernel().faults.arm(false);

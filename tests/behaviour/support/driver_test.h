@@ -81,6 +81,8 @@ class DriverTest : public testing::Test, protected sim::MachineObserver {
     void failCall(std::string routine, std::uint64_t nth = 1, std::optional<NTSTATUS> status = {},
                   bool andAllAfter = false);
     void endFailures();
+    /// Does something again and again, each call that can fail failing in turn, once alone and once with all after it.
+    void failEachCall(const std::function<void()> &action);
 
     void TearDown() override;
 
