@@ -69,8 +69,7 @@ NTSTATUS Device::attach() {
     }
     deviceObject->DeviceExtension = primaryContext();
     deviceObject->Flags |= DO_BUFFERED_IO | DO_POWER_PAGABLE;
-    attached = attachDevice(deviceObject, physical);
-    if (!attached) {
+    if (!attachDevice(deviceObject, physical, &attached)) {
         deleteDevice(deviceObject);
         deviceObject = nullptr;
         return STATUS_NO_SUCH_DEVICE;

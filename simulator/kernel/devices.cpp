@@ -1,5 +1,6 @@
 // Driver objects, device objects and device stacks.
 
+#include "interleaving.h"
 #include "internals.h"
 #include "io.h"
 #include "kernel.h"
@@ -149,17 +150,24 @@ PDEVICE_OBJECT createDevice(PDRIVER_OBJECT driver, ULONG extensionSize, ULONG ty
     return device;
 }
 
-PDEVICE_OBJECT attachDevice(PDEVICE_OBJECT source, PDEVICE_OBJECT target) {
-    std::lock_guard lock(deviceTable().mutex);
-    PDEVICE_OBJECT top = topOfStack(target);
-    if (isDeletePending(top)) {
-        return nullptr;
+PDEVICE_OBJECT attachDevice(PDEVICE_OBJECT source, PDEVICE_OBJECT target, PDEVICE_OBJECT *attachedTo) {
+    PDEVICE_OBJECT top = nullptr;
+    {
+        std::lock_guard lock(deviceTable().mutex);
+        top = topOfStack(target);
+        if (isDeletePending(top)) {
+            return nullptr;
+        }
+        top->AttachedDevice = source;
+        source->DeviceObjectExtension->AttachedTo = top;
+        source->StackSize = static_cast<CCHAR>(top->StackSize + 1);
+        source->AlignmentRequirement = top->AlignmentRequirement;
+        source->SectorSize = top->SectorSize;
+        if (attachedTo != nullptr) {
+            *attachedTo = top;
+        }
     }
-    top->AttachedDevice = source;
-    source->DeviceObjectExtension->AttachedTo = top;
-    source->StackSize = static_cast<CCHAR>(top->StackSize + 1);
-    source->AlignmentRequirement = top->AlignmentRequirement;
-    source->SectorSize = top->SectorSize;
+    mayInterleave(); // from here on others find the source in the stack
     return top;
 }
 

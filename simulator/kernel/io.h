@@ -17,8 +17,9 @@ void deleteDriverObject(PDRIVER_OBJECT driver);
 /// A device object's memory is 16-aligned, followed by its extension; DeviceObjectExtension is always present.
 PDEVICE_OBJECT createDevice(PDRIVER_OBJECT driver, ULONG extensionSize, ULONG deviceType, ULONG characteristics,
                             std::u16string_view name = {});
-/// IoAttachDeviceToDeviceStack: returns the device that was the top, null when the target is going away.
-PDEVICE_OBJECT attachDevice(PDEVICE_OBJECT source, PDEVICE_OBJECT target);
+/// IoAttachDeviceToDeviceStack: returns the device that was the top, null when the target is going away. `attachedTo`
+/// gets the same before anybody can find the source in the stack and send to it (IoAttachDeviceToDeviceStackSafe).
+PDEVICE_OBJECT attachDevice(PDEVICE_OBJECT source, PDEVICE_OBJECT target, PDEVICE_OBJECT *attachedTo = nullptr);
 void detachDevice(PDEVICE_OBJECT lower); ///< IoDetachDevice
 /// IoDeleteDevice: drops shutdown registration and name at once, and leaves the driver's list as soon as the device is
 /// not open any more (DEVICE_OBJECT::ReferenceCount) and nothing is attached to it; memory goes with the last

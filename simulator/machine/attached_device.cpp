@@ -20,8 +20,7 @@ NTSTATUS signalAndKeep(PDEVICE_OBJECT, PIRP irp, PVOID event) {
 AttachedDevice::AttachedDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice, ULONG deviceType,
                                std::u16string_view name) {
     create(driver, deviceType, FILE_DEVICE_SECURE_OPEN, name);
-    lower_ = attachDevice(object_, physicalDevice);
-    if (lower_ == nullptr) {
+    if (attachDevice(object_, physicalDevice, &lower_) == nullptr) {
         bugCheck("device stack", "IoAttachDeviceToDeviceStack", "a stack is being built on a device that is going away",
                  nullptr);
     }

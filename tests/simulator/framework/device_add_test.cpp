@@ -2,7 +2,11 @@
 
 #include "framework_fixture.h"
 
+#include "simulator/kernel/interleaving.h"
+
+#include <atomic>
 #include <cstring>
+#include <thread>
 
 namespace sim::test {
 
@@ -233,6 +237,24 @@ TEST_F(DeviceAddTest, EveryFallibleCallOfAnAddMayFailWithoutLeaks) {
     EXPECT_EQ(failures, 3);
     kernel.faults.clear();
     kernel.faults.arm(false);
+}
+
+TEST_F(DeviceAddTest, WhatIsSentWhileADeviceIsBeingAttachedReachesTheBus) {
+    setInterleaving(true);
+    for (int round = 0; round < 500; ++round) {
+        physical = bus.plug();
+        std::atomic<bool> added = false;
+        std::thread sender([&] {
+            while (!added) {
+                EXPECT_EQ(pnp(IRP_MN_QUERY_CAPABILITIES), STATUS_NOT_SUPPORTED) << "the bus leaves it as it is";
+            }
+        });
+        EXPECT_EQ(add(physical), STATUS_SUCCESS);
+        added = true;
+        sender.join();
+        removeDevice();
+    }
+    setInterleaving(false);
 }
 
 } // namespace
